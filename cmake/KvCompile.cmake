@@ -1,0 +1,17 @@
+# The compiler flags of our own code: one interface target, linked by every target of the project.
+add_library(kv_compile_options INTERFACE)
+target_compile_options(kv_compile_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(KV_WARNINGS_AS_ERRORS)
+  target_compile_options(kv_compile_options INTERFACE -Werror)
+endif()
+
+# A worker that is ended by a signal unwinds from inside a wait: every frame needs its unwind table.
+add_compile_options(-fasynchronous-unwind-tables)
+
+if(KV_SANITIZER)
+  add_compile_options(-fsanitize=${KV_SANITIZER} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${KV_SANITIZER})
+  if(KV_SANITIZER MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()

@@ -1,0 +1,15 @@
+# kv_add_tests(<program> <folder> LIBRARIES <libraries>...)
+# Builds <folder>/*_test.cpp into one GoogleTest program; each test of it becomes a test of CTest.
+function(kv_add_tests program folder)
+  cmake_parse_arguments(ARG "" "" "LIBRARIES" ${ARGN})
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*_test.cpp)
+  if(NOT sources)
+    return()
+  endif()
+  add_executable(${program} ${sources})
+  target_include_directories(${program} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+  target_link_libraries(${program} PRIVATE ${ARG_LIBRARIES} GTest::gmock_main kv_compile_options)
+  target_compile_definitions(${program} PRIVATE
+    KV_BINARY_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}" KV_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+  gtest_discover_tests(${program} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 180)
+endfunction()
