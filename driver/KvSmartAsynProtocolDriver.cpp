@@ -1,0 +1,190 @@
+#include "KvSmartAsynProtocolDriver.h"
+
+#include "KvBoolText.h"
+#include "KvLog.h"
+#include "KvconCriticalSection.h"
+
+namespace {
+
+constexpr const char* kSource = "KvSmartAsynProtocolDriver.cpp";
+constexpr int kPauseBetweenPassesMs = 200;
+
+bool IsGroupable(const KvMessageFile& file) {
+    return !file.m_bGroupInhibit && file.m_nGroupInhibit1 == 0 && file.m_nGroupInhibit2 == 0 && !file.m_bIs2Way &&
+           !file.m_bIs2WayQuery;
+}
+
+std::string GroupKey(const KvMessageFile& file) {
+    return file.m_strMsgFileID.substr(0, file.m_strMsgFileID.rfind('_'));
+}
+
+}  // namespace
+
+bool KvSmartAsynProtocolDriver::Configure(std::map<std::string, std::string>& settings) {
+    KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriver::Configure()");
+    const bool result = ConfigureExt(settings);
+    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::Configure() with %s.",
+           KvBoolText(result));
+    return result;
+}
+
+bool KvSmartAsynProtocolDriver::Setup(KvMessengerInstConfBasic* instConf) {
+    KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriver::Setup()");
+    m_pLock = new KvconLock;
+    const bool result = SetupExt(instConf);
+    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::Setup() with %s.", KvBoolText(result));
+    return result;
+}
+
+bool KvSmartAsynProtocolDriver::Cleanup() {
+    KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriver::Cleanup()");
+    CleanupExt();
+    delete m_pLock;
+    m_pLock = nullptr;
+    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::Cleanup() with %s.", KvBoolText(true));
+    return true;
+}
+
+bool KvSmartAsynProtocolDriver::ConfigureExt(std::map<std::string, std::string>&) { return true; }
+
+bool KvSmartAsynProtocolDriver::SetupExt(KvMessengerInstConfBasic*) { return true; }
+
+bool KvSmartAsynProtocolDriver::CleanupExt() { return true; }
+
+std::string KvSmartAsynProtocolDriver::GetCacheKey(KvMessageFile* msgFile) {
+    KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriver::GetCacheKey()");
+    const std::string key = msgFile == nullptr ? "" : printfToString("%lu", msgFile->m_ulCarrierID);
+    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::GetCacheKey() with %s.", key.c_str());
+    return key;
+}
+
+bool KvSmartAsynProtocolDriver::Send2WayRespQuery(KvMessageFile* msgFile,
+                                                  KvMessengerReportsMngrInterface::ReportsStatus& status) {
+    KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriver::Send2WayRespQuery()");
+    const bool result = SendAMessage(msgFile, status);
+    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::Send2WayRespQuery() with %s.",
+           KvBoolText(result));
+    return result;
+}
+
+bool KvSmartAsynProtocolDriver::SendAMessage(KvMessageFile* msgFile,
+                                             KvMessengerReportsMngrInterface::ReportsStatus& status) {
+    KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriver::SendAMessage()");
+    bool result;
+    {
+        KvconCriticalSection section(m_pLock, true, true, false);
+        result = FileIntoSession(msgFile);
+        if (!result) {
+            KV_LOG(m_pLog, LogError, kSource, "Unable to store message file in Carrier Session");
+        }
+    }
+    status = result ? KvMessengerReportsMngrInterface::REPORT_ACCEPTED
+                    : KvMessengerReportsMngrInterface::REPORT_FAILED;
+    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::SendAMessage() with %s.",
+           KvBoolText(result));
+    return result;
+}
+
+bool KvSmartAsynProtocolDriver::FileIntoSession(KvMessageFile* msgFile) {
+    const std::string key = GetCacheKey(msgFile);
+    if (msgFile == nullptr) {
+        return false;
+    }
+    const auto [entry, isNew] = m_mapCarrierSessions.try_emplace(key);
+    KvCarrierSess& session = entry->second;
+    if (isNew) {
+        session.m_strCacheKey = key;
+        session.m_strCarrierName = msgFile->m_strCarrierName;
+    }
+    return StoreMsgFileInCarrierSession(session, msgFile);
+}
+
+bool KvSmartAsynProtocolDriver::StoreMsgFileInCarrierSession(KvCarrierSess& session, KvMessageFile* msgFile) {
+    KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriver::StoreMsgFileInCarrierSession()");
+    bool result = true;
+    if (IsGroupable(*msgFile)) {
+        result = FileIntoGroup(session, msgFile);
+    } else {
+        session.m_vecMsgFileGroups.push_back({msgFile});
+    }
+    session.m_pLastMsgFile = msgFile;
+    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::StoreMsgFileInCarrierSession() with %s.",
+           KvBoolText(result));
+    return result;
+}
+
+bool KvSmartAsynProtocolDriver::FileIntoGroup(KvCarrierSess& session, KvMessageFile* msgFile) {
+    auto& groups = session.m_vecMsgFileGroups;
+    const auto [entry, isNew] =
+        session.m_mapGroupIndex.try_emplace(GroupKey(*msgFile), static_cast<unsigned int>(groups.size()));
+    if (isNew) {
+        groups.emplace_back();
+    }
+    const unsigned int index = entry->second;
+    if (index >= groups.size()) {
+        KV_LOG(m_pLog, LogError, kSource, "Group index out of bound. Index = %lu, Size = %lu",
+               static_cast<unsigned long>(index), static_cast<unsigned long>(groups.size()));
+        return false;
+    }
+    groups[index].push_back(msgFile);
+    return true;
+}
+
+bool KvSmartAsynProtocolDriver::PeriodicEvent() {
+    KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriver::PeriodicEvent()");
+    {
+        KvconCriticalSection section(m_pLock, true, true, false);
+        // The increment is an argument of the log line: without a sink the number stays.
+        KV_LOG(m_pLog, LogTrace, kSource, "Starting BULK dispatch cycle %u ...", ++m_nCycle);
+        while (ProcessAllSessions()) {
+            Kvsleep(kPauseBetweenPassesMs);
+        }
+        KV_LOG(m_pLog, LogTrace, kSource, "Terminating BULK dispatch cycle ...");
+    }
+    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::PeriodicEvent() with %s.",
+           KvBoolText(true));
+    return true;
+}
+
+/// One pass; true when a session still has something waiting.
+bool KvSmartAsynProtocolDriver::ProcessAllSessions() {
+    bool pending = false;
+    for (auto& [key, session] : m_mapCarrierSessions) {
+        if (!session.m_vecMsgFileGroups.empty()) {
+            ProcessSession(session);
+            pending = pending || !session.m_vecMsgFileGroups.empty();
+        }
+    }
+    return pending;
+}
+
+void KvSmartAsynProtocolDriver::ProcessSession(KvCarrierSess& session) {
+    const std::size_t groups = session.m_vecMsgFileGroups.size();
+    std::string errText;
+    if (!ProcessCarrierSession(session, errText)) {
+        FailSession(session, groups, errText);
+    }
+    // Compatibility: written for a failed session too, then with 0 remaining.
+    KV_LOG(m_pLog, LogDebug, kSource,
+           " >> Successfully processed carrier session: %s/%s of msg files: %u; remaining now: %u.",
+           session.m_strCacheKey.c_str(), session.m_strCarrierName.c_str(), static_cast<unsigned int>(groups),
+           static_cast<unsigned int>(session.m_vecMsgFileGroups.size()));
+}
+
+void KvSmartAsynProtocolDriver::FailSession(KvCarrierSess& session, std::size_t groups,
+                                            const std::string& reason) {
+    KV_LOG(m_pLog, LogError, kSource,
+           " >> Error occurred while processing carrier session: %s/%s with msg files:%u. Failing all messages.",
+           session.m_strCacheKey.c_str(), session.m_strCarrierName.c_str(), static_cast<unsigned int>(groups));
+    for (auto& group : session.m_vecMsgFileGroups) {
+        for (KvMessageFile* const file : group) {
+            KV_LOG(m_pLog, LogError, kSource, "Failing message job id: %s. Reason: %s", file->m_strJobID.c_str(),
+                   reason.c_str());
+            file->SetFailureReason(reason);
+            PushBackMsgFile(file, KvMessengerReportsMngrInterface::REPORT_FAILED, false, "");
+        }
+        group.clear();
+    }
+    session.m_vecMsgFileGroups.clear();
+    session.m_mapGroupIndex.clear();
+}
