@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 
+#include <cerrno>
+
 namespace {
 
 /// What a thread of this library knows of its own mask. Other threads never fill it in.
@@ -43,7 +45,13 @@ void KvEndSignals::RunOpen(void (*work)(void*), void* argument) {
     }
     SetMask(t_state.openMask);
     work(argument);
-    SetMask(t_state.closedMask);
+    BlockAgain();
+}
+
+void KvEndSignals::BlockAgain() {
+    if (t_state.bKnown) {
+        SetMask(t_state.closedMask);
+    }
 }
 
 KvEndSignals::WaitWindow::WaitWindow() { t_state.bWindow = t_state.bKnown; }
@@ -55,8 +63,15 @@ int KvEndSignals::Poll(pollfd* descriptors, nfds_t count, int timeoutMs) {
     return ppoll(descriptors, count, timeoutMs < 0 ? nullptr : &timeout, WindowMask());
 }
 
+// ThreadSanitizer hands a signal that comes in during pselect to its handler late, wherever the thread is then;
+// in ppoll it does so at once. On other builds nothing is left to let in here.
 int KvEndSignals::Select(int descriptorLimit, fd_set* reads, fd_set* writes, const timespec* timeout) {
-    return pselect(descriptorLimit, reads, writes, nullptr, timeout, WindowMask());
+    const int result = pselect(descriptorLimit, reads, writes, nullptr, timeout, WindowMask());
+    if (result == -1 && errno == EINTR) {
+        LetIn();
+        errno = EINTR;
+    }
+    return result;
 }
 
 void KvEndSignals::LetIn() {

@@ -24,8 +24,10 @@ public:
     /// started it; it is restored for every other signal.
     static void BlockForNewThread(const sigset_t& inherited);
 
-    /// Runs `work(argument)` with the end signals open, and blocks them again.
+    /// Runs `work(argument)` with the end signals open, and blocks them again. An exception out of `work` leaves
+    /// them open: who catches it calls BlockAgain, so that no frame in between needs clean-up.
     static void RunOpen(void (*work)(void*), void* argument);
+    static void BlockAgain();
 
     /// While an object of this class lives, the waits of the calling thread open the end signals.
     class WaitWindow {

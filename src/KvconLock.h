@@ -16,7 +16,7 @@ public:
     /// Compatibility: unlocks once, whoever holds the lock, and then destroys it, so that a lock that is
     /// destroyed while the destroying thread holds it is released first. The result is ignored.
     /// Relied on by: owners that delete a lock from inside its own critical section.
-    /// Held by: KvconLockTest.DestructionReleasesALockHeldByTheDestroyingThread.
+    /// Held by: KvconLockFaultTest.DestructionReleasesALockHeldByTheDestroyingThread.
     ~KvconLock() override;
 
     KvconLock(const KvconLock&) = delete;

@@ -144,7 +144,8 @@ void KvconThread::Kill() {
 }
 
 void KvconThread::Stop() {
-    if (GetThreadID() == kNoThread) {
+    const pthread_t id = GetThreadID();
+    if (id == kNoThread) {
         return;
     }
     std::atomic_ref suspended(is_Suspend);
@@ -152,7 +153,7 @@ void KvconThread::Stop() {
     suspended = false;
     pthread_mutex_unlock(&the_ThreadGuard);
     SignalOrThrow(SIGUSR1, kLineStop, "Suspend Thread Failed");
-    while (!suspended) {
+    while (!suspended && KvThreadRegistry::IsAlive(id)) {
         sched_yield();
     }
 }
@@ -166,11 +167,13 @@ void KvconThread::SignalOrThrow(int signal, int line, const char* message) {
 }
 
 void KvconThread::StopSingleHandler(int) {
+    const int savedErrno = errno;
     sigset_t allButResume;
     sigfillset(&allButResume);
     sigdelset(&allButResume, SIGUSR2);
     std::atomic_ref(is_Suspend).store(true);
     sigsuspend(&allButResume);
+    errno = savedErrno;
 }
 
 void KvconThread::StartSingleHandler(int) {}

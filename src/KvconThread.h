@@ -53,8 +53,8 @@ public:
     /// Throws KvconException "Kill Thread Failed".
     void Kill();
 
-    /// Suspends the thread with SIGUSR1 and waits, without limit, until it is suspended. Does nothing while
-    /// idle. Throws KvconException "Suspend Thread Failed".
+    /// Suspends the thread with SIGUSR1 and waits, without limit, until it is suspended or has ended. Does
+    /// nothing while idle. Throws KvconException "Suspend Thread Failed".
     void Stop();
 
     /// Compatibility: sends SIGUSR1 again, not SIGUSR2, so a suspended thread stays suspended until something

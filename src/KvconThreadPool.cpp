@@ -76,6 +76,15 @@ int WaitForSignal(KvconEvent& event) {
     }
 }
 
+/// An event that cannot be reset stays signalled: the workers then look for work without a pause.
+void ResetSignal(KvconEvent& event) {
+    try {
+        event.Reset();
+    } catch (const KvconException&) {
+        return;
+    }
+}
+
 unsigned int GraceMs(int timeoutMs, std::size_t threads) {
     const unsigned int share = static_cast<unsigned int>(timeoutMs) / static_cast<unsigned int>(threads);
     return std::max(share, kSmallestGraceMs);
@@ -154,8 +163,9 @@ bool KvconThreadPool::Enqueue(KvconDelegate* work) {
     return true;
 }
 
+// No worker once Stop has taken the list of the live ones: it could not wait for that one.
 unsigned long KvconThreadPool::StartWorkerIfBelowMaximum() {
-    if (m_maxThreads <= m_threads.size()) {
+    if (m_maxThreads <= m_threads.size() || IsStopping()) {
         return 0;
     }
     pthread_t id;
@@ -201,7 +211,7 @@ KvconDelegate* KvconThreadPool::NextWork(bool& stop) {
         return nullptr;
     }
     if (m_workQueue.empty()) {
-        m_pWorkEvent->Reset();
+        ResetSignal(*m_pWorkEvent);
         return nullptr;
     }
     HeldLock running(RunningTasksGuard());
