@@ -1,0 +1,146 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "KvEmailDriver.h"
+#include "system/EngineDoubles.h"
+#include "system/ExpectedMail.h"
+#include "system_faults/Waits.h"
+
+// A server that says nothing: what the engine does when the 60 seconds of a reply are over.
+
+namespace {
+
+using kvtest::CaFile;
+using kvtest::EndedWaits;
+using kvtest::OfferingAuth;
+using kvtest::OfferingStartTls;
+using kvtest::OpenEngine;
+using kvtest::Reply;
+using kvtest::ScriptedSmtpServer;
+using kvtest::SimpleMessage;
+using kvtest::SmtpErrorOf;
+
+using Milliseconds = std::vector<long>;
+
+TEST(KvEmailDriverTimeoutTest, AReplyIsWaitedForAMinuteAndAnExpiredOneIsEmptyAndNoFailure) {
+    ScriptedSmtpServer server;
+    OpenEngine engine;
+    engine.connectTo(server);
+    const EndedWaits waits(EndedWaits::How::Expired);
+    std::string reply = "old";
+    EXPECT_EQ(engine.SmtpRead(reply), -1);
+    EXPECT_EQ(reply, "");
+    EXPECT_EQ(waits.timeouts(), Milliseconds{60000});
+}
+
+TEST(KvEmailDriverTimeoutTest, AnInterruptedWaitIsAnEmptyReplyToo) {
+    ScriptedSmtpServer server;
+    OpenEngine engine;
+    engine.connectTo(server);
+    const EndedWaits waits(EndedWaits::How::Interrupted);
+    std::string reply = "old";
+    EXPECT_EQ(engine.SmtpRead(reply), -1);
+    EXPECT_EQ(reply, "");
+}
+
+TEST(KvEmailDriverTimeoutTest, ASilentServerCountsAsAlive) {
+    ScriptedSmtpServer server;
+    OpenEngine engine;
+    engine.connectTo(server);
+    const EndedWaits waits(EndedWaits::How::Expired);
+    EXPECT_TRUE(engine.IsAlive());
+    EXPECT_EQ(waits.timeouts(), Milliseconds{60000});
+}
+
+TEST(KvEmailDriverTimeoutTest, EveryStepOfASilentServerPassesAndTheMailCountsAsSent) {
+    ScriptedSmtpServer server;
+    server.on(kvtest::step::Any).reply(Reply());
+    OpenEngine engine;
+    const EndedWaits waits(EndedWaits::How::Expired);
+    engine.connectTo(server);
+    engine.SendMail("ann@example.org", {"bob@example.org"}, "Subject", "Text", {});
+    EXPECT_EQ(waits.timeouts(), Milliseconds(6, 60000));  // greeting, EHLO, MAIL, RCPT, DATA, end of data
+    ASSERT_TRUE(server.waitForTransactions(1));
+    EXPECT_EQ(server.connection().clientBytes(),
+              "EHLO [127.0.0.1]\r\n"
+              "MAIL FROM: <ann@example.org>\r\n"
+              "RCPT TO: <bob@example.org>\r\n"
+              "DATA\r\n" +
+                  SimpleMessage + ".\r\n");
+}
+
+TEST(KvEmailDriverTimeoutTest, AnExpiredReplyToEhloOffersNothingAndIsNotFollowedByHelo) {
+    ScriptedSmtpServer server;
+    OpenEngine engine;
+    {
+        const EndedWaits waits(EndedWaits::How::Expired);
+        engine.Connect(server.address(), "ann", "secret", KvEmailDriver::SecTLSIfAvailable);
+    }
+    EXPECT_FALSE(engine.job().bStartTLS || engine.job().bAuthLogin || engine.job().bAuthPlain);
+    ASSERT_TRUE(server.waitForCommand("EHLO"));
+    EXPECT_EQ(server.connection().clientBytes(), "EHLO [127.0.0.1]\r\n");
+}
+
+TEST(KvEmailDriverTimeoutTest, AnExpiredReplyToStartTlsIsTakenAsNotSupported) {
+    ScriptedSmtpServer server;
+    OpenEngine engine;
+    engine.connectTo(server);
+    engine.job().bStartTLS = true;
+    engine.job().eSecType = KvEmailDriver::SecTLSRequired;
+    const EndedWaits waits(EndedWaits::How::Expired);
+    EXPECT_EQ(SmtpErrorOf([&] { engine.ProcessTLS(); }).m_nError, 815);
+}
+
+TEST(KvEmailDriverTimeoutTest, AnExpiredReplyToAuthLoginIsRecordedAs819WithoutText) {
+    ScriptedSmtpServer server(OfferingAuth("LOGIN"));
+    server.on("AUTH").reply(Reply());
+    OpenEngine engine;
+    engine.connectTo(server);
+    const EndedWaits waits(EndedWaits::How::Expired);
+    EXPECT_FALSE(engine.DoLogin(engine.job()));
+    EXPECT_EQ(engine.lastError(), 819);
+    EXPECT_EQ(engine.lastErrorText(), "");
+}
+
+TEST(KvEmailDriverTimeoutTest, AnExpiredReplyToTheCredentialsOfAuthPlainCountsAsAccepted) {
+    ScriptedSmtpServer server(OfferingAuth("PLAIN"));
+    server.on(kvtest::step::Any).reply(Reply());
+    OpenEngine engine;
+    const EndedWaits waits(EndedWaits::How::Expired);
+    engine.connectTo(server);
+    EXPECT_TRUE(engine.DoPlainLogin(engine.job()));
+}
+
+TEST(KvEmailDriverTimeoutTest, InsideTlsAReplyIsWaitedForAMinuteToo) {
+    ScriptedSmtpServer server(OfferingStartTls());
+    OpenEngine engine(nullptr, CaFile());
+    engine.Connect(server.address(), "", "", KvEmailDriver::SecTLSRequired);
+    const EndedWaits waits(EndedWaits::How::Expired);
+    std::string reply = "old";
+    EXPECT_EQ(engine.SmtpRead(reply), -1);
+    EXPECT_EQ(reply, "");
+    EXPECT_EQ(waits.timeouts(), Milliseconds{60000});
+}
+
+TEST(KvEmailDriverTimeoutTest, InsideTlsTheRestOfALongReplyIsWaitedForAlthoughItIsThere) {
+    ScriptedSmtpServer server(OfferingStartTls());
+    server.on("NOOP").reply("250 " + std::string(1100, 'x') + "\r\n");
+    OpenEngine engine(nullptr, CaFile());
+    engine.Connect(server.address(), "", "", KvEmailDriver::SecTLSRequired);
+    engine.SmtpWrite(std::string("NOOP\r\n"));
+    std::string reply;
+    EXPECT_EQ(engine.SmtpRead(reply), 1000);
+    {
+        const EndedWaits waits(EndedWaits::How::Expired);
+        EXPECT_EQ(engine.SmtpRead(reply), -1);
+        EXPECT_EQ(waits.timeouts(), Milliseconds{60000});
+    }
+    engine.SmtpWrite(std::string("NOOP\r\n"));
+    EXPECT_EQ(engine.SmtpRead(reply), 106);  // now something lies on the descriptor
+    EXPECT_EQ(reply, std::string(104, 'x') + "\r\n");
+}
+
+}  // namespace
