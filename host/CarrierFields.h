@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+#include "ConfigTable.h"
+#include "HostConfig.h"
+
+namespace kvhost {
+
+/// Reads the fields of one carrier; whatever is wrong with them is noted through `fields`, and the carrier is
+/// then not to be used. `givenName` is the name that the table itself gives, empty when the field "name" has
+/// to.
+///
+/// The paths of files are resolved beside `file`, and the files must be readable. A carrier that may use TLS
+/// by its own choice needs a ca_file: the driver accepts no certificate without one.
+Carrier ReadCarrierFields(ConfigTable& fields, const std::string& file, const std::string& givenName);
+
+}  // namespace kvhost

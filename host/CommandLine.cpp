@@ -1,0 +1,70 @@
+#include "CommandLine.h"
+
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+#include "Command.h"
+#include "Problem.h"
+#include "SendCommand.h"
+#include "VisibleText.h"
+
+namespace kvhost {
+
+namespace {
+
+using Commands = std::vector<std::pair<CLI::App*, std::unique_ptr<Command>>>;
+
+void AddCommand(CLI::App& app, std::unique_ptr<Command> command, Commands& commands) {
+    CLI::App* registered = command->Register(app);
+    commands.emplace_back(registered, std::move(command));
+}
+
+int RunParsed(const Commands& commands) {
+    for (const auto& [app, command] : commands) {
+        if (app->parsed()) {
+            return command->Run();
+        }
+    }
+    return kExitBadInput;
+}
+
+void TellFaults(const std::string& text) {
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        std::cerr << "kvhost: " << MakeVisible(line) << "\n";
+    }
+}
+
+/// Help and version are asked for as if they were faults; they are none.
+int Explain(const CLI::App& app, const CLI::ParseError& error) {
+    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+        return app.exit(error);
+    }
+    TellFaults(error.what());
+    std::cerr << "kvhost: run with --help for more\n";
+    return kExitBadInput;
+}
+
+}  // namespace
+
+int RunCommandLine(int argc, const char* const* argv) {
+    CLI::App app("Reference host for message delivery drivers", "kvhost");
+    app.set_version_flag("--version", "kvhost " KVHOST_VERSION);
+    app.require_subcommand(1);
+    Commands commands;
+    AddCommand(app, std::make_unique<SendCommand>(), commands);
+    try {
+        app.parse(argc, argv);
+        return RunParsed(commands);
+    } catch (const CLI::ParseError& error) {
+        return Explain(app, error);
+    } catch (const std::exception& error) {
+        TellFaults(error.what());
+        return kExitBadInput;
+    }
+}
+
+}  // namespace kvhost

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "HostConfig.h"
+#include "Job.h"
+#include "KvMessageFile.h"
+
+namespace kvhost {
+
+/// One message of a job to one of its recipients, as the driver gets it. One thread at a time, by the rules
+/// of KvMessageFile.
+///
+/// The files of one job have the identifiers "ID_1", "ID_2" and so on, whatever ID itself contains: a driver
+/// groups files that agree up to the last underscore, so a job's files travel together and with no other
+/// job's.
+class HostMessageFile : public KvMessageFile {
+public:
+    /// The file for the recipient at `recipient`, whose outcome is kept at `outcome`.
+    HostMessageFile(const Job& job, const Carrier& carrier, std::size_t recipient, std::size_t outcome);
+
+    void SetFailureReason(const std::string& reason) override { m_strFailureReason = reason; }
+    void SetStatusText(const std::string& text) override { m_strStatusText = text; }
+
+    const std::string& FailureReason() const { return m_strFailureReason; }
+    const std::string& StatusText() const { return m_strStatusText; }
+    std::size_t OutcomeIndex() const { return m_nOutcome; }
+
+private:
+    const std::size_t m_nOutcome;
+    std::string m_strFailureReason;
+    std::string m_strStatusText;
+};
+
+}  // namespace kvhost

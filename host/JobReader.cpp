@@ -1,0 +1,154 @@
+#include "JobReader.h"
+
+#include <cerrno>
+#include <fstream>
+#include <iostream>
+#include <system_error>
+#include <utility>
+
+#include "InputChecks.h"
+#include "VisibleText.h"
+
+namespace kvhost {
+
+namespace {
+
+constexpr const char* kFieldNames = "id, carrier, recipient, recipients, subject, text or attachments";
+constexpr const char* kStandardInput = "standard input";
+
+bool IsBlank(const std::string& line) {
+    return line.find_first_not_of(" \t\r") == std::string::npos;
+}
+
+std::string Place(const Job& job) {
+    return job.file + ":" + std::to_string(job.line);
+}
+
+}  // namespace
+
+void JobReader::ReadFile(const std::string& path) {
+    if (path == "-") {
+        Read(std::cin, kStandardInput);
+        return;
+    }
+    errno = 0;
+    std::ifstream stream(path, std::ios::binary);
+    if (!stream || stream.peek() == std::char_traits<char>::eof()) {
+        if (errno != 0) {
+            throw BadInput(
+                {Problem{path, 0, "", "cannot be read: " + std::generic_category().message(errno)}});
+        }
+    }
+    stream.clear();
+    Read(stream, path);
+}
+
+void JobReader::Read(std::istream& stream, const std::string& name) {
+    std::string text;
+    for (unsigned long line = 1; std::getline(stream, text); ++line) {
+        if (!IsBlank(text)) {
+            m_vecJobs.push_back(ReadLine(text, name, line));
+        }
+    }
+    if (stream.bad()) {
+        throw BadInput({Problem{name, 0, "", "cannot be read to its end"}});
+    }
+}
+
+Job JobReader::ReadLine(const std::string& text, const std::string& file, unsigned long line) {
+    Job job;
+    job.file = file;
+    job.line = line;
+    const ParsedObject parsed = ParseJsonObject(text);
+    if (parsed.wrong) {
+        job.problems.push_back({file, line, "", *parsed.wrong});
+        return job;
+    }
+    JsonFields fields(parsed.object);
+    ReadFields(fields, job);
+    for (const JsonFields::Fault& fault : fields.Faults()) {
+        job.problems.push_back({file, line, fault.field, fault.text});
+    }
+    return job;
+}
+
+void JobReader::ReadFields(JsonFields& fields, Job& job) {
+    ReadId(fields, job);
+    ReadCarrier(fields, job);
+    ReadRecipients(fields, job);
+    ReadMessage(fields, job);
+    ReadAttachments(fields, job);
+    fields.RefuseOthers(kFieldNames);
+}
+
+void JobReader::ReadId(JsonFields& fields, Job& job) {
+    const auto id = fields.NeededText("id");
+    if (!id) {
+        return;
+    }
+    if (const auto wrong = WhyNotAName(*id)) {
+        fields.Refuse("id", *wrong);
+        return;
+    }
+    job.id = *id;
+    const auto [first, isNew] = m_mapIds.emplace(*id, Place(job));
+    if (!isNew) {
+        fields.Refuse("id", "expected an id of its own, \"" + *id + "\" is used at " + first->second);
+    }
+}
+
+void JobReader::ReadCarrier(JsonFields& fields, Job& job) {
+    const auto name = fields.NeededText("carrier");
+    if (!name) {
+        return;
+    }
+    job.carrier = *name;
+    const auto refused = m_config.refusedCarriers.find(*name);
+    if (refused != m_config.refusedCarriers.end()) {
+        fields.Refuse("carrier", "the carrier is refused: " + refused->second);
+    } else if (m_config.carriers.count(*name) == 0) {
+        fields.Refuse("carrier",
+                      "expected a carrier of the configuration, found \"" + MakeVisible(*name) + "\"");
+    }
+}
+
+void JobReader::ReadRecipients(JsonFields& fields, Job& job) {
+    const bool single = fields.Has("recipient");
+    if (single == fields.Has("recipients")) {
+        fields.Refuse("recipient", single ? "expected either recipient or recipients, found both"
+                                          : "expected recipient or recipients, both fields are missing");
+    }
+    job.recipients = fields.Texts("recipients").value_or(std::vector<std::string>{});
+    if (const auto recipient = fields.Text("recipient")) {
+        job.recipients.push_back(*recipient);
+    } else if (fields.Has("recipients") && job.recipients.empty() && fields.Faults().empty()) {
+        fields.Refuse("recipients", "expected at least one recipient");
+    }
+    for (const std::string& recipient : job.recipients) {
+        if (const auto wrong = WhyNotAnAddress(recipient)) {
+            fields.Refuse(single ? "recipient" : "recipients", *wrong);
+        }
+    }
+}
+
+void JobReader::ReadMessage(JsonFields& fields, Job& job) {
+    job.subject = fields.Text("subject").value_or("");
+    if (const auto wrong = WhyNotOneLine(job.subject)) {
+        fields.Refuse("subject", *wrong);
+    }
+    job.text = fields.NeededText("text").value_or("");
+    if (const auto wrong = WhyNotAMessageText(job.text)) {
+        fields.Refuse("text", *wrong);
+    }
+}
+
+void JobReader::ReadAttachments(JsonFields& fields, Job& job) {
+    for (const std::string& path : fields.Texts("attachments").value_or(std::vector<std::string>{})) {
+        job.attachments.push_back(ResolveBeside(job.file, path));
+        if (const auto wrong = WhyNotAReadableFile(job.attachments.back())) {
+            fields.Refuse("attachments", *wrong);
+        }
+    }
+}
+
+}  // namespace kvhost

@@ -1,0 +1,202 @@
+#include "SendCommand.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+
+#include "Batch.h"
+#include "ConfigReader.h"
+#include "JobReader.h"
+#include "LogLevel.h"
+#include "LogSink.h"
+#include "ProgressLine.h"
+#include "SignalWatch.h"
+#include "VisibleText.h"
+
+namespace kvhost {
+
+namespace {
+
+void TellFault(const std::string& text) {
+    std::cerr << "kvhost: " << MakeVisible(text) << std::endl;
+}
+
+void TellProblems(const std::vector<Problem>& problems) {
+    for (const Problem& problem : problems) {
+        TellFault(Describe(problem));
+    }
+}
+
+std::string WhyNotALogLevel(const std::string& name) {
+    return ParseLogLevel(name) ? "" : std::string("expected ") + kLogLevelNames;
+}
+
+bool WriteFile(const std::string& path, const std::string& text) {
+    std::ofstream stream(path, std::ios::binary);
+    stream << text;
+    stream.close();
+    return stream.good();
+}
+
+std::chrono::milliseconds Milliseconds(double seconds) {
+    return std::chrono::milliseconds(std::llround(seconds * 1000));
+}
+
+SecretMask MaskFor(const HostConfig& config) {
+    std::vector<SecretMask::Account> accounts;
+    for (const auto& [name, carrier] : config.carriers) {
+        accounts.push_back({carrier.user, carrier.password});
+    }
+    return SecretMask(accounts);
+}
+
+}  // namespace
+
+CLI::App* SendCommand::Register(CLI::App& app) {
+    CLI::App* send = app.add_subcommand("send", "Send jobs through a driver and report their outcomes");
+    send->add_option("jobs", m_options.jobs, "Files of jobs, one JSON object per line; - for standard input")
+        ->required();
+    send->add_option("--config", m_options.config, "Configuration file (TOML)")->required();
+    send->add_option("--driver", m_options.driver, "Driver library to load")->capture_default_str();
+    send->add_option("--log-level", m_options.logLevel, std::string("Level of the log: ") + kLogLevelNames)
+        ->check(WhyNotALogLevel);
+    send->add_option("--log-file", m_options.logFile,
+                     "File that the log is appended to, instead of standard error");
+    RegisterLimits(*send);
+    send->add_flag("--json", m_options.isJson, "Report as one JSON document instead of a table");
+    send->add_option("--json-file", m_options.jsonFile, "File that receives the JSON report besides");
+    send->add_flag("--verbose", m_options.isVerbose, "Log each step: a log level of info at least");
+    return send;
+}
+
+void SendCommand::RegisterLimits(CLI::App& app) {
+    constexpr double kDay = 86400;
+    app.add_option("--tick", m_options.tickMs, "Milliseconds between two periodic events")
+        ->check(CLI::Range(1U, 60000U))
+        ->capture_default_str();
+    app.add_option("--timeout", m_options.timeoutSeconds,
+                   "Seconds, also with a fraction, until what is not back is given up; 0: none")
+        ->check(CLI::Range(0.0, kDay))
+        ->capture_default_str();
+    app.add_option("--stop-limit", m_options.stopSeconds,
+                   "Seconds that a stop signal leaves to what is under way")
+        ->check(CLI::Range(0.0, kDay))
+        ->capture_default_str();
+    app.add_option("--cleanup-limit", m_options.cleanUpSeconds,
+                   "Seconds that the driver has for its clean-up")
+        ->check(CLI::Range(0.0, kDay))
+        ->capture_default_str();
+}
+
+int SendCommand::Run() {
+    const HostConfig config = LoadConfig();
+    const std::vector<Job> jobs = LoadJobs(config);
+    Result result;
+    result.report.carrierProblems = config.problems;
+    const Batch batch(jobs, config, result.outcomes);
+    if (!batch.Jobs().empty()) {
+        Deliver(config, batch, result);
+    }
+    return Conclude(result);
+}
+
+HostConfig SendCommand::LoadConfig() const {
+    HostConfig config = ReadConfig(m_options.config);
+    TellProblems(config.problems);
+    if (m_options.isVerbose) {
+        config.logLevel = std::min(config.logLevel, spdlog::level::info);
+    }
+    config.logLevel = ParseLogLevel(m_options.logLevel).value_or(config.logLevel);
+    if (!m_options.logFile.empty()) {
+        config.logFile = m_options.logFile;
+    }
+    return config;
+}
+
+std::vector<Job> SendCommand::LoadJobs(const HostConfig& config) const {
+    if (std::count(m_options.jobs.begin(), m_options.jobs.end(), "-") > 1) {
+        throw BadInput("jobs: standard input can be read once only");
+    }
+    JobReader reader(config);
+    for (const std::string& path : m_options.jobs) {
+        reader.ReadFile(path);
+    }
+    for (const Job& job : reader.Jobs()) {
+        TellProblems(job.problems);
+    }
+    return reader.Jobs();
+}
+
+// The signals are blocked first, so that every thread that the driver starts begins with them blocked.
+void SendCommand::Deliver(const HostConfig& config, const Batch& batch, Result& result) const {
+    SignalWatch signals;
+    const bool showsProgress = ShowsProgress(config);
+    LogSink log(OpenLog(config.logLevel, config.logFile, showsProgress), MaskFor(config));
+    ProgressLine progress(std::cerr, showsProgress);
+    DriverLibrary library(m_options.driver);
+    Delivery delivery(library, batch, result.outcomes, log, config.driverSettings, Limits());
+    Delivery::End end = Delivery::End::NotStarted;
+    signals.RunWatched([&] { end = delivery.Run([&progress](const Tally& tally) { progress.Show(tally); }); },
+                       [&delivery] { delivery.RequestStop(); });
+    progress.Wipe();
+    log.Flush();
+    NoteEnd(end, delivery, result);
+    if (end == Delivery::End::Stuck) {
+        std::_Exit(Conclude(result));
+    }
+}
+
+void SendCommand::NoteEnd(Delivery::End end, const Delivery& delivery, Result& result) const {
+    result.isDriverUsable = end != Delivery::End::NotStarted;
+    result.report.driver = delivery.DriverDescription();
+    result.report.error = end == Delivery::End::Stuck
+                              ? "the driver does not return; ending without its clean-up"
+                              : delivery.Error();
+    if (!result.report.error.empty()) {
+        TellFault(result.report.error);
+    }
+}
+
+int SendCommand::Conclude(Result& result) const {
+    RunReport& report = result.report;
+    result.outcomes.Close();
+    report.outcomes = result.outcomes.All();
+    report.tally = result.outcomes.Count();
+    report.exitStatus = ExitStatus(report.tally, !report.carrierProblems.empty() || !result.isDriverUsable);
+    return WriteReport(result) ? report.exitStatus : std::max(report.exitStatus, kExitSomeFailed);
+}
+
+bool SendCommand::WriteReport(Result& result) const {
+    const RunReport& report = result.report;
+    bool isWritten = true;
+    if (!m_options.jsonFile.empty() && !WriteFile(m_options.jsonFile, FormatJson(report))) {
+        TellFault("the report cannot be written to " + m_options.jsonFile);
+        isWritten = false;
+    }
+    if (!result.output.Write(m_options.isJson ? FormatJson(report) : FormatTable(report))) {
+        TellFault("the report cannot be written to standard output");
+        isWritten = false;
+    }
+    return isWritten;
+}
+
+DeliveryLimits SendCommand::Limits() const {
+    DeliveryLimits limits;
+    limits.tick = std::chrono::milliseconds(m_options.tickMs);
+    limits.overall = Milliseconds(m_options.timeoutSeconds);
+    limits.afterStop = Milliseconds(m_options.stopSeconds);
+    limits.cleanUp = Milliseconds(m_options.cleanUpSeconds);
+    return limits;
+}
+
+/// A progress line makes sense on a terminal, and only while the log does not scroll past it.
+bool SendCommand::ShowsProgress(const HostConfig& config) const {
+    const bool isLogQuiet = !config.logFile.empty() || config.logLevel > spdlog::level::info;
+    return isLogQuiet && ::isatty(STDERR_FILENO) == 1;
+}
+
+}  // namespace kvhost

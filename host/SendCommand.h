@@ -1,0 +1,60 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Command.h"
+#include "Delivery.h"
+#include "HostConfig.h"
+#include "OutcomeReport.h"
+#include "ReportOutput.h"
+
+namespace kvhost {
+
+/// "kvhost send": sends the jobs of files through a driver, waits until each is back and reports the
+/// outcomes.
+class SendCommand : public Command {
+public:
+    CLI::App* Register(CLI::App& app) override;
+    /// Throws BadInput for a configuration or a file of jobs that cannot be used, and DriverError for a
+    /// driver that cannot be loaded.
+    int Run() override;
+
+private:
+    struct Options {
+        std::string driver = "libkvsmtpdriver.so";
+        std::string config;
+        std::vector<std::string> jobs;
+        std::string logLevel;
+        std::string logFile;
+        std::string jsonFile;
+        unsigned tickMs = 50;
+        double timeoutSeconds = 0;
+        double stopSeconds = 10;
+        double cleanUpSeconds = 90;
+        bool isJson = false;
+        bool isVerbose = false;
+    };
+
+    /// What one run has produced so far.
+    struct Result {
+        Outcomes outcomes;
+        RunReport report;
+        ReportOutput output;
+        bool isDriverUsable = true;
+    };
+
+    void RegisterLimits(CLI::App& app);
+    HostConfig LoadConfig() const;
+    std::vector<Job> LoadJobs(const HostConfig& config) const;
+    void Deliver(const HostConfig& config, const Batch& batch, Result& result) const;
+    void NoteEnd(Delivery::End end, const Delivery& delivery, Result& result) const;
+    int Conclude(Result& result) const;
+    bool WriteReport(Result& result) const;
+    DeliveryLimits Limits() const;
+    bool ShowsProgress(const HostConfig& config) const;
+
+    Options m_options;
+};
+
+}  // namespace kvhost
