@@ -1,3 +1,8 @@
+# What the sanitizers report and is meant.
+set(KV_TEST_ENVIRONMENT
+  "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp:report_signal_unsafe=0:print_suppressions=0"
+  "UBSAN_OPTIONS=print_stacktrace=1")
+
 # kv_add_tests(<program> <folder> LIBRARIES <libraries>...)
 # Builds <folder>/*_test.cpp into one GoogleTest program; each test of it becomes a test of CTest.
 function(kv_add_tests program folder)
@@ -11,5 +16,6 @@ function(kv_add_tests program folder)
   target_link_libraries(${program} PRIVATE ${ARG_LIBRARIES} GTest::gmock_main kv_compile_options)
   target_compile_definitions(${program} PRIVATE
     KV_BINARY_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}" KV_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
-  gtest_discover_tests(${program} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 180)
+  gtest_discover_tests(${program} DISCOVERY_MODE PRE_TEST
+    PROPERTIES TIMEOUT 180 ENVIRONMENT "${KV_TEST_ENVIRONMENT}")
 endfunction()

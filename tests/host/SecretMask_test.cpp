@@ -1,0 +1,57 @@
+#include "SecretMask.h"
+
+#include <gtest/gtest.h>
+
+namespace kvhost {
+namespace {
+
+using Accounts = std::vector<SecretMask::Account>;
+
+TEST(SecretMaskTest, APasswordIsMaskedWhereverItStands) {
+    const SecretMask mask(Accounts{{"kv", "hunter2"}});
+    EXPECT_EQ(mask.Apply("hunter2 and xhunter2x"), "[masked] and x[masked]x");
+}
+
+TEST(SecretMaskTest, ThePasswordsOfAllAccountsAreMasked) {
+    const SecretMask mask(Accounts{{"a", "first"}, {"b", "second"}});
+    EXPECT_EQ(mask.Apply("first, second"), "[masked], [masked]");
+}
+
+TEST(SecretMaskTest, ThePasswordInAConnectionKeyIsMasked) {
+    const SecretMask mask(Accounts{{"u", "p"}});
+    EXPECT_EQ(mask.Apply("{7}-{mx1:25}-{2}-{u}-{p}"), "{7}-{mx1:25}-{2}-{u}-{[masked]}");
+}
+
+TEST(SecretMaskTest, Base64OfThePasswordIsMasked) {
+    const SecretMask mask(Accounts{{"kv", "hunter2"}});
+    EXPECT_EQ(mask.Apply("<= aHVudGVyMg==<CR><LF>"), "<= [masked]<CR><LF>");
+}
+
+TEST(SecretMaskTest, PlainCredentialsAreMaskedWithAndWithoutAnIdentity) {
+    const SecretMask mask(Accounts{{"kv", "hunter2"}});
+    EXPECT_EQ(mask.Apply("AGt2AGh1bnRlcjI="), "[masked]");
+    EXPECT_EQ(mask.Apply("a3YAa3YAaHVudGVyMg=="), "[masked]");
+}
+
+TEST(SecretMaskTest, ThePasswordAsTrafficLinesRenderItIsMasked) {
+    const SecretMask mask(Accounts{{"kv", "tab\there"}});
+    EXPECT_EQ(mask.Apply("<= tab<TAB>here"), "<= [masked]");
+}
+
+TEST(SecretMaskTest, OfPasswordsThatBeginAlikeTheLongerOneIsMaskedWholly) {
+    const SecretMask mask(Accounts{{"a", "pass"}, {"b", "passphrase"}});
+    EXPECT_EQ(mask.Apply("passphrase pass"), "[masked] [masked]");
+}
+
+TEST(SecretMaskTest, TheMaskItselfIsNotMaskedAgain) {
+    const SecretMask mask(Accounts{{"a", "masked"}});
+    EXPECT_EQ(mask.Apply("masked"), "[masked]");
+}
+
+TEST(SecretMaskTest, AnAccountWithoutAPasswordMasksNothing) {
+    const SecretMask mask(Accounts{{"kv", ""}});
+    EXPECT_EQ(mask.Apply("{7}-{mx}-{1}-{kv}-{}"), "{7}-{mx}-{1}-{kv}-{}");
+}
+
+}  // namespace
+}  // namespace kvhost

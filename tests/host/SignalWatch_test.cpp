@@ -1,0 +1,96 @@
+#include "SignalWatch.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <stdexcept>
+
+#include "Eventually.h"
+
+namespace kvhost {
+namespace {
+
+bool IsBlocked(int number) {
+    sigset_t mask;
+    ::pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    return ::sigismember(&mask, number) == 1;
+}
+
+bool IsPending(int number) {
+    sigset_t pending;
+    ::sigpending(&pending);
+    return ::sigismember(&pending, number) == 1;
+}
+
+void (*HandlerOf(int number))(int) {
+    struct sigaction action {};
+    ::sigaction(number, nullptr, &action);
+    return action.sa_handler;
+}
+
+TEST(SignalWatchTest, TheWorkRunsToItsEnd) {
+    SignalWatch watch;
+    bool isDone = false;
+    watch.RunWatched([&] { isDone = true; }, [] {});
+    EXPECT_TRUE(isDone);
+}
+
+TEST(SignalWatchTest, EveryStopSignalIsTold) {
+    for (const int number : {SIGINT, SIGTERM, SIGQUIT}) {
+        SignalWatch watch;
+        std::atomic<int> stops{0};
+        watch.RunWatched(
+            [&] {
+                ::kill(::getpid(), number);
+                EXPECT_TRUE(kvtest::Eventually([&] { return stops == 1; })) << number;
+            },
+            [&] { ++stops; });
+    }
+}
+
+TEST(SignalWatchTest, TheWorkHasTheSignalsBlocked) {
+    SignalWatch watch;
+    watch.RunWatched(
+        [] {
+            EXPECT_TRUE(IsBlocked(SIGTERM));
+            EXPECT_TRUE(IsBlocked(SIGQUIT));
+            EXPECT_TRUE(IsBlocked(SIGINT));
+        },
+        [] {});
+}
+
+TEST(SignalWatchTest, ASignalThatTheProcessIgnoresIsNotTold) {
+    const auto before = ::signal(SIGINT, SIG_IGN);
+    bool isTold = false;
+    {
+        SignalWatch watch;
+        watch.RunWatched(
+            [] {
+                ::kill(::getpid(), SIGINT);
+                EXPECT_TRUE(kvtest::Eventually([] { return !IsPending(SIGINT); }));
+            },
+            [&] { isTold = true; });
+    }
+    ::signal(SIGINT, before);
+    EXPECT_FALSE(isTold);
+}
+
+TEST(SignalWatchTest, MaskAndDispositionsAreAsBeforeAtTheEnd) {
+    const auto before = HandlerOf(SIGTERM);
+    {
+        SignalWatch watch;
+        ::signal(SIGTERM, [](int) {});
+    }
+    EXPECT_FALSE(IsBlocked(SIGTERM));
+    EXPECT_EQ(HandlerOf(SIGTERM), before);
+}
+
+TEST(SignalWatchTest, WhatTheWorkThrowsIsThrownByTheWatch) {
+    SignalWatch watch;
+    EXPECT_THROW(watch.RunWatched([] { throw std::runtime_error("no"); }, [] {}), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace kvhost
