@@ -20,7 +20,8 @@ constexpr int kPauseAfterBrokenConnectionMs = 200;
 /// A connection that is in no list and that nobody else holds. Deletes it when a test is left by unwinding.
 class KvSmartAsynProtocolDriverMultiThreaded::ConnInHand {
 public:
-    ConnInHand(KvSmartAsynProtocolDriverMultiThreaded& driver, KvConn* conn) : m_driver(driver), m_pConn(conn) {}
+    ConnInHand(KvSmartAsynProtocolDriverMultiThreaded& driver, KvConn* conn)
+        : m_driver(driver), m_pConn(conn) {}
     ~ConnInHand() {
         if (m_pConn != nullptr) {
             KvconCriticalSection section(m_driver.m_pCacheLock, true, true, false);
@@ -52,14 +53,16 @@ auto KvSmartAsynProtocolDriverMultiThreaded::GetConnFromCache(const std::string&
 }
 
 bool KvSmartAsynProtocolDriverMultiThreaded::ReleaseConnToCache(KvConn* conn) {
-    KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriverMultiThreaded::ReleaseConnToCache()");
+    KV_LOG(m_pLog, LogTrace, kSource,
+           "Entering KvSmartAsynProtocolDriverMultiThreaded::ReleaseConnToCache()");
     bool result;
     {
         KvconCriticalSection section(m_pCacheLock, true, true, false);
         result = ReleaseConnToCacheImpl(conn);
     }
     KV_LOG(m_pLog, LogTrace, kSource,
-           "Leaving KvSmartAsynProtocolDriverMultiThreaded::ReleaseConnToCache() with %s.", KvBoolText(result));
+           "Leaving KvSmartAsynProtocolDriverMultiThreaded::ReleaseConnToCache() with %s.",
+           KvBoolText(result));
     return result;
 }
 
@@ -94,9 +97,11 @@ auto KvSmartAsynProtocolDriverMultiThreaded::ValidateOrReplace(KvConn* conn, con
     return GetConnFromCacheImpl(key, msgFile, nullptr);
 }
 
-auto KvSmartAsynProtocolDriverMultiThreaded::GetConnFromCacheImpl(const std::string& key, KvMessageFile* msgFile,
-                                                                  bool* pCreateFailed) -> KvConn* {
-    KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriverMultiThreaded::GetConnFromCacheImpl()");
+auto KvSmartAsynProtocolDriverMultiThreaded::GetConnFromCacheImpl(const std::string& key,
+                                                                  KvMessageFile* msgFile, bool* pCreateFailed)
+    -> KvConn* {
+    KV_LOG(m_pLog, LogTrace, kSource,
+           "Entering KvSmartAsynProtocolDriverMultiThreaded::GetConnFromCacheImpl()");
     if (pCreateFailed != nullptr) {
         *pCreateFailed = false;
     }
@@ -106,13 +111,14 @@ auto KvSmartAsynProtocolDriverMultiThreaded::GetConnFromCacheImpl(const std::str
         conn->m_tLastUsed = time(nullptr);
     }
     KV_LOG(m_pLog, LogTrace, kSource,
-           "Leaving KvSmartAsynProtocolDriverMultiThreaded::GetConnFromCacheImpl() with %s.", KvObjectText(conn));
+           "Leaving KvSmartAsynProtocolDriverMultiThreaded::GetConnFromCacheImpl() with %s.",
+           KvObjectText(conn));
     return conn;
 }
 
 auto KvSmartAsynProtocolDriverMultiThreaded::TakeOrCreateConnection(const std::string& key,
-                                                                    KvMessageFile* msgFile, bool* pCreateFailed)
-    -> KvConn* {
+                                                                    KvMessageFile* msgFile,
+                                                                    bool* pCreateFailed) -> KvConn* {
     const auto line = m_mapConnCache.find(key);
     if (line != m_mapConnCache.end()) {
         KvConn* const idle = TakeIdleConnection(line->second);
@@ -145,25 +151,28 @@ bool KvSmartAsynProtocolDriverMultiThreaded::MakeRoomForKey(const std::string& k
     }
     if (!DeleteOldestUsedConnection()) {
         KV_LOG(m_pLog, LogError, kSource,
-               "The max. limit for the total connections (=%lu) has reached. Failed to make capacity for this one.",
+               "The max. limit for the total connections (=%lu) has reached. Failed to make capacity for "
+               "this one.",
                static_cast<unsigned long>(m_nMaxConnections));
         return false;
     }
     KV_LOG(m_pLog, LogWarning, kSource,
-           "The max. limit for the total connections (=%lu) has reached. Deleted an old connection to make room.",
+           "The max. limit for the total connections (=%lu) has reached. Deleted an old connection to make "
+           "room.",
            static_cast<unsigned long>(m_nMaxConnections));
     m_mapConnCache[key].m_nConnCount = 0;
     return true;
 }
 
 auto KvSmartAsynProtocolDriverMultiThreaded::CreateCachedConnection(const std::string& key,
-                                                                    KvMessageFile* msgFile, bool* pCreateFailed)
-    -> KvConn* {
+                                                                    KvMessageFile* msgFile,
+                                                                    bool* pCreateFailed) -> KvConn* {
     const auto line = m_mapConnCache.find(key);
     const unsigned int count = line == m_mapConnCache.end() ? 0 : line->second.m_nConnCount;
     if (count + 1 > m_nMaxSameCarrierConnections) {
         KV_LOG(m_pLog, LogInfo, kSource,
-               "The max. limit for the same carrier connections (=%lu) has reached. Delaying connection creation.",
+               "The max. limit for the same carrier connections (=%lu) has reached. Delaying connection "
+               "creation.",
                static_cast<unsigned long>(m_nMaxSameCarrierConnections));
         return nullptr;
     }

@@ -11,7 +11,9 @@ KvFilesUnderWay::KvFilesUnderWay(const std::list<KvMessageFile*>& files)
     t_current = this;
 }
 
-KvFilesUnderWay::~KvFilesUnderWay() { t_current = m_pOuter; }
+KvFilesUnderWay::~KvFilesUnderWay() {
+    t_current = m_pOuter;
+}
 
 void KvFilesUnderWay::NoteHandedBack(KvMessageFile* file) {
     if (t_current != nullptr) {

@@ -5,22 +5,34 @@
 #include "KvFilesUnderWay.h"
 #include "KvconCriticalSection.h"
 
-bool KvProtocolDriverInterface::Configure(std::map<std::string, std::string>&) { return true; }
+bool KvProtocolDriverInterface::Configure(std::map<std::string, std::string>&) {
+    return true;
+}
 
-bool KvProtocolDriverInterface::Setup(KvMessengerInstConfBasic*) { return true; }
+bool KvProtocolDriverInterface::Setup(KvMessengerInstConfBasic*) {
+    return true;
+}
 
-bool KvProtocolDriverInterface::PeriodicEvent() { return true; }
+bool KvProtocolDriverInterface::PeriodicEvent() {
+    return true;
+}
 
-bool KvProtocolDriverInterface::ResetDevice() { return true; }
+bool KvProtocolDriverInterface::ResetDevice() {
+    return true;
+}
 
 bool KvProtocolDriverInterface::Send2WayRespQuery(KvMessageFile*,
                                                   KvMessengerReportsMngrInterface::ReportsStatus&) {
     return true;
 }
 
-bool KvProtocolDriverInterface::Cleanup() { return true; }
+bool KvProtocolDriverInterface::Cleanup() {
+    return true;
+}
 
-bool KvProtocolDriverInterface::ProcessSignal() { return true; }
+bool KvProtocolDriverInterface::ProcessSignal() {
+    return true;
+}
 
 bool KvProtocolDriverInterface::PushBackMsgFile(KvMessageFile* msgFile,
                                                 KvMessengerReportsMngrInterface::ReportsStatus status,

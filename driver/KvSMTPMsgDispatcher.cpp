@@ -91,7 +91,8 @@ bool KvSMTPMsgDispatcher::TrySendMail(const std::list<KvMessageFile*>& files, st
 }
 
 void KvSMTPMsgDispatcher::ReportCompleted(KvMessageFile* file) {
-    KV_LOG(m_pLog, LogInfo, kSource, "Creating REPORT entry COMPLETED for job: %s.", file->m_strJobID.c_str());
+    KV_LOG(m_pLog, LogInfo, kSource, "Creating REPORT entry COMPLETED for job: %s.",
+           file->m_strJobID.c_str());
     m_pDriver->PushBackMsgFile(file, KvMessengerReportsMngrInterface::REPORT_COMPLETED, false, "");
 }
 

@@ -10,8 +10,8 @@ constexpr const char* kSource = "KvSmartAsynProtocolDriver.cpp";
 constexpr int kPauseBetweenPassesMs = 200;
 
 bool IsGroupable(const KvMessageFile& file) {
-    return !file.m_bGroupInhibit && file.m_nGroupInhibit1 == 0 && file.m_nGroupInhibit2 == 0 && !file.m_bIs2Way &&
-           !file.m_bIs2WayQuery;
+    return !file.m_bGroupInhibit && file.m_nGroupInhibit1 == 0 && file.m_nGroupInhibit2 == 0 &&
+           !file.m_bIs2Way && !file.m_bIs2WayQuery;
 }
 
 std::string GroupKey(const KvMessageFile& file) {
@@ -32,7 +32,8 @@ bool KvSmartAsynProtocolDriver::Setup(KvMessengerInstConfBasic* instConf) {
     KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriver::Setup()");
     m_pLock = new KvconLock;
     const bool result = SetupExt(instConf);
-    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::Setup() with %s.", KvBoolText(result));
+    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::Setup() with %s.",
+           KvBoolText(result));
     return result;
 }
 
@@ -41,20 +42,28 @@ bool KvSmartAsynProtocolDriver::Cleanup() {
     CleanupExt();
     delete m_pLock;
     m_pLock = nullptr;
-    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::Cleanup() with %s.", KvBoolText(true));
+    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::Cleanup() with %s.",
+           KvBoolText(true));
     return true;
 }
 
-bool KvSmartAsynProtocolDriver::ConfigureExt(std::map<std::string, std::string>&) { return true; }
+bool KvSmartAsynProtocolDriver::ConfigureExt(std::map<std::string, std::string>&) {
+    return true;
+}
 
-bool KvSmartAsynProtocolDriver::SetupExt(KvMessengerInstConfBasic*) { return true; }
+bool KvSmartAsynProtocolDriver::SetupExt(KvMessengerInstConfBasic*) {
+    return true;
+}
 
-bool KvSmartAsynProtocolDriver::CleanupExt() { return true; }
+bool KvSmartAsynProtocolDriver::CleanupExt() {
+    return true;
+}
 
 std::string KvSmartAsynProtocolDriver::GetCacheKey(KvMessageFile* msgFile) {
     KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriver::GetCacheKey()");
     const std::string key = msgFile == nullptr ? "" : printfToString("%lu", msgFile->m_ulCarrierID);
-    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::GetCacheKey() with %s.", key.c_str());
+    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::GetCacheKey() with %s.",
+           key.c_str());
     return key;
 }
 
@@ -108,19 +117,20 @@ bool KvSmartAsynProtocolDriver::StoreMsgFileInCarrierSession(KvCarrierSess& sess
         session.m_vecMsgFileGroups.push_back({msgFile});
     }
     session.m_pLastMsgFile = msgFile;
-    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::StoreMsgFileInCarrierSession() with %s.",
-           KvBoolText(result));
+    KV_LOG(m_pLog, LogTrace, kSource,
+           "Leaving KvSmartAsynProtocolDriver::StoreMsgFileInCarrierSession() with %s.", KvBoolText(result));
     return result;
 }
 
 bool KvSmartAsynProtocolDriver::FileIntoGroup(KvCarrierSess& session, KvMessageFile* msgFile) {
     auto& groups = session.m_vecMsgFileGroups;
-    const auto [entry, isNew] =
-        session.m_mapGroupIndex.try_emplace(GroupKey(*msgFile), static_cast<unsigned int>(groups.size()));
-    if (isNew) {
-        groups.emplace_back();
+    const std::string key = GroupKey(*msgFile);
+    if (session.m_mapGroupIndex.count(key) == 0) {
+        const auto next = static_cast<unsigned int>(groups.size());
+        groups.emplace_back();  // first, so that no index is left without its group when memory runs out
+        session.m_mapGroupIndex.emplace(key, next);
     }
-    const unsigned int index = entry->second;
+    const unsigned int index = session.m_mapGroupIndex.at(key);
     if (index >= groups.size()) {
         KV_LOG(m_pLog, LogError, kSource, "Group index out of bound. Index = %lu, Size = %lu",
                static_cast<unsigned long>(index), static_cast<unsigned long>(groups.size()));
@@ -173,13 +183,14 @@ void KvSmartAsynProtocolDriver::ProcessSession(KvCarrierSess& session) {
 
 void KvSmartAsynProtocolDriver::FailSession(KvCarrierSess& session, std::size_t groups,
                                             const std::string& reason) {
-    KV_LOG(m_pLog, LogError, kSource,
-           " >> Error occurred while processing carrier session: %s/%s with msg files:%u. Failing all messages.",
-           session.m_strCacheKey.c_str(), session.m_strCarrierName.c_str(), static_cast<unsigned int>(groups));
+    KV_LOG(
+        m_pLog, LogError, kSource,
+        " >> Error occurred while processing carrier session: %s/%s with msg files:%u. Failing all messages.",
+        session.m_strCacheKey.c_str(), session.m_strCarrierName.c_str(), static_cast<unsigned int>(groups));
     for (auto& group : session.m_vecMsgFileGroups) {
         for (KvMessageFile* const file : group) {
-            KV_LOG(m_pLog, LogError, kSource, "Failing message job id: %s. Reason: %s", file->m_strJobID.c_str(),
-                   reason.c_str());
+            KV_LOG(m_pLog, LogError, kSource, "Failing message job id: %s. Reason: %s",
+                   file->m_strJobID.c_str(), reason.c_str());
             file->SetFailureReason(reason);
             PushBackMsgFile(file, KvMessengerReportsMngrInterface::REPORT_FAILED, false, "");
         }

@@ -63,7 +63,8 @@ public:
     bool Send2WayRespQuery(KvMessageFile* msgFile,
                            KvMessengerReportsMngrInterface::ReportsStatus& status) override;
     /// Files the message; nothing is sent yet. REPORT_ACCEPTED and true, or REPORT_FAILED and false.
-    bool SendAMessage(KvMessageFile* msgFile, KvMessengerReportsMngrInterface::ReportsStatus& status) override;
+    bool SendAMessage(KvMessageFile* msgFile,
+                      KvMessengerReportsMngrInterface::ReportsStatus& status) override;
     /// Destroys the driver lock. Files that still wait are not touched. Always true.
     bool Cleanup() override;
 
@@ -92,6 +93,6 @@ protected:
     void FailSession(KvCarrierSess& session, std::size_t groups, const std::string& reason);
 
     std::map<std::string, KvCarrierSess> m_mapCarrierSessions;  ///< by cache key; guarded by m_pLock
-    KvconLock* m_pLock = nullptr;                               ///< the driver lock; lives from Setup to Cleanup
-    unsigned int m_nCycle = 0;                                  ///< guarded by m_pLock
+    KvconLock* m_pLock = nullptr;  ///< the driver lock; lives from Setup to Cleanup
+    unsigned int m_nCycle = 0;     ///< guarded by m_pLock
 };

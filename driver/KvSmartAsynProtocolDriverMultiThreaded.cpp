@@ -32,8 +32,8 @@ bool KvSmartAsynProtocolDriverMultiThreaded::ConfigureExt(std::map<std::string, 
     ReadSetting(settings, "smart_driver.diff_carrier_connection_count", m_nMaxConnections);
     ReadSetting(settings, "smart_driver.same_carrier_connection_count", m_nMaxSameCarrierConnections);
     ReadSetting(settings, "smart_driver.max_pins_per_transaction", m_nMaxPinsPerTransaction);
-    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriverMultiThreaded::ConfigureExt() with %s.",
-           KvBoolText(true));
+    KV_LOG(m_pLog, LogTrace, kSource,
+           "Leaving KvSmartAsynProtocolDriverMultiThreaded::ConfigureExt() with %s.", KvBoolText(true));
     return true;
 }
 
@@ -72,10 +72,12 @@ bool KvSmartAsynProtocolDriverMultiThreaded::CleanupExt() {
 
 bool KvSmartAsynProtocolDriverMultiThreaded::ProcessCarrierSession(KvCarrierSess& session,
                                                                    std::string& errText) {
-    KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriverMultiThreaded::ProcessCarrierSession()");
+    KV_LOG(m_pLog, LogTrace, kSource,
+           "Entering KvSmartAsynProtocolDriverMultiThreaded::ProcessCarrierSession()");
     const bool result = DispatchSession(session, errText);
     KV_LOG(m_pLog, LogTrace, kSource,
-           "Leaving KvSmartAsynProtocolDriverMultiThreaded::ProcessCarrierSession() with %s.", KvBoolText(result));
+           "Leaving KvSmartAsynProtocolDriverMultiThreaded::ProcessCarrierSession() with %s.",
+           KvBoolText(result));
     return result;
 }
 
@@ -88,7 +90,8 @@ bool KvSmartAsynProtocolDriverMultiThreaded::DispatchSession(KvCarrierSess& sess
     KV_LOG(m_pLog, LogTrace, kSource, "Creating Message dispatch delegate.");
     KvSmartProtocolDriverDelegateIface* const delegate = GetProtocolDriverDelegate();
     if (delegate == nullptr) {
-        return ReportInternalError("Failed to get delegate object for the message dispatcher.", conn, errText);
+        return ReportInternalError("Failed to get delegate object for the message dispatcher.", conn,
+                                   errText);
     }
     KV_LOG(m_pLog, LogDebug, kSource, "Initializing message dispatch delegate.");
     if (!delegate->Initialize(this, session.m_strCacheKey, conn, session.m_vecMsgFileGroups,

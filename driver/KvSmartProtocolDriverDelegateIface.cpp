@@ -60,7 +60,9 @@ private:
     bool m_bCompleted = false;
 };
 
-KvSmartProtocolDriverDelegateIface::~KvSmartProtocolDriverDelegateIface() { AbandonAll(); }
+KvSmartProtocolDriverDelegateIface::~KvSmartProtocolDriverDelegateIface() {
+    AbandonAll();
+}
 
 bool KvSmartProtocolDriverDelegateIface::Initialize(KvSmartAsynProtocolDriverMultiThreaded* driver,
                                                     const std::string& cacheKey, KvConn* conn,
@@ -117,22 +119,25 @@ bool KvSmartProtocolDriverDelegateIface::HasFiles() const {
 }
 
 bool KvSmartProtocolDriverDelegateIface::ProcessMessageFileGroups() {
-    KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartProtocolDriverDelegateIface::ProcessMessageFileGroups()");
+    KV_LOG(m_pLog, LogTrace, kSource,
+           "Entering KvSmartProtocolDriverDelegateIface::ProcessMessageFileGroups()");
     std::size_t index = 0;
     while (index < m_vecMsgFileGroups.size() && DispatchGroupAt(index)) {
         ++index;
     }
     if (index < m_vecMsgFileGroups.size()) {
-        KV_LOG(m_pLog, LogError, kSource,
-               "Unable to get connection object. Incorrect carrier configuration %s and/or carrier service is "
-               "unreachable. Dropping current dispatch cycle.",
-               m_strCacheKey.c_str());
+        KV_LOG(
+            m_pLog, LogError, kSource,
+            "Unable to get connection object. Incorrect carrier configuration %s and/or carrier service is "
+            "unreachable. Dropping current dispatch cycle.",
+            m_strCacheKey.c_str());
         m_vecMsgFileGroups.erase(m_vecMsgFileGroups.begin(),
                                  m_vecMsgFileGroups.begin() + static_cast<std::ptrdiff_t>(index));
     }
     const bool result = m_pConn != nullptr;
     KV_LOG(m_pLog, LogTrace, kSource,
-           "Leaving KvSmartProtocolDriverDelegateIface::ProcessMessageFileGroups() with %s.", KvBoolText(result));
+           "Leaving KvSmartProtocolDriverDelegateIface::ProcessMessageFileGroups() with %s.",
+           KvBoolText(result));
     return result;
 }
 
@@ -226,7 +231,8 @@ void KvSmartProtocolDriverDelegateIface::FailRemaining(const char* reason) {
 }
 
 void KvSmartProtocolDriverDelegateIface::FailFile(KvMessageFile* file, const char* reason) {
-    KV_LOG(m_pLog, LogError, kSource, "Failing message job id: %s. Reason: %s", file->m_strJobID.c_str(), reason);
+    KV_LOG(m_pLog, LogError, kSource, "Failing message job id: %s. Reason: %s", file->m_strJobID.c_str(),
+           reason);
     file->SetFailureReason(reason);
     m_pDriver->PushBackMsgFile(file, KvMessengerReportsMngrInterface::REPORT_FAILED, false, "");
 }

@@ -42,7 +42,8 @@ std::string KvSMTPDriver::GetCacheKey(KvMessageFile* msgFile) {
                              msgFile->m_strSmtpServer.c_str(), static_cast<int>(msgFile->m_eSmtpSecurity),
                              msgFile->m_strSmtpUser.c_str(), msgFile->m_strSmtpPassword.c_str());
     }
-    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSMTPDriver::GetCacheKey with return value = '%s'", key.c_str());
+    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSMTPDriver::GetCacheKey with return value = '%s'",
+           key.c_str());
     return key;
 }
 
@@ -121,7 +122,7 @@ bool KvSMTPDriver::TryClose(KvEmailDriver* engine) {
 KvSmartProtocolDriverDelegateIface* KvSMTPDriver::GetProtocolDriverDelegate() {
     KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSMTPDriver::GetProtocolDriverDelegate");
     auto* const dispatcher = new KvSMTPMsgDispatcher;
-    KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSMTPDriver::GetProtocolDriverDelegate with return value = '%s'",
-           "SMTP Msg Dispatcher");
+    KV_LOG(m_pLog, LogTrace, kSource,
+           "Leaving KvSMTPDriver::GetProtocolDriverDelegate with return value = '%s'", "SMTP Msg Dispatcher");
     return dispatcher;
 }

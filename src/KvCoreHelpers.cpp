@@ -32,7 +32,9 @@ std::size_t WordSizedArgument(char*& args) {
     return word;
 }
 
-bool IsFlag(char c) { return c != '\0' && std::strchr(" #+-0", c) != nullptr; }
+bool IsFlag(char c) {
+    return c != '\0' && std::strchr(" #+-0", c) != nullptr;
+}
 
 int StringArgumentLength(char*& args) {
     const auto text = reinterpret_cast<const char*>(WordSizedArgument(args));
@@ -111,7 +113,9 @@ int GetVPrintLength(const char* format, char* args) {
     return length;
 }
 
-int KvGetVPrintLength(const char* format, char* args) { return GetVPrintLength(format, args); }
+int KvGetVPrintLength(const char* format, char* args) {
+    return GetVPrintLength(format, args);
+}
 
 std::string KvstringSafeByteString(char* data, int len) {
     std::string text;
@@ -121,7 +125,9 @@ std::string KvstringSafeByteString(char* data, int len) {
     return text;
 }
 
-unsigned long GetMyThreadID() { return static_cast<unsigned long>(pthread_self()); }
+unsigned long GetMyThreadID() {
+    return static_cast<unsigned long>(pthread_self());
+}
 
 void Kvsleep(int milliseconds) {
     const int seconds = milliseconds / 1000;
@@ -132,7 +138,9 @@ void Kvsleep(int milliseconds) {
     usleep(static_cast<useconds_t>(milliseconds) * 1000);
 }
 
-void KvsleepSec(int seconds) { sleep(static_cast<unsigned int>(seconds)); }
+void KvsleepSec(int seconds) {
+    sleep(static_cast<unsigned int>(seconds));
+}
 
 unsigned long GetCurrTimeInMS() {
     timeval now{};

@@ -8,10 +8,10 @@ namespace {
 
 /// What a thread of this library knows of its own mask. Other threads never fill it in.
 struct ThreadState {
-    bool bKnown;         ///< m_open and m_blocked are set
-    bool bWindow;        ///< waits open the end signals
-    sigset_t openMask;   ///< the mask with the end signals open
-    sigset_t closedMask; ///< the mask with the end signals blocked
+    bool bKnown;          ///< m_open and m_blocked are set
+    bool bWindow;         ///< waits open the end signals
+    sigset_t openMask;    ///< the mask with the end signals open
+    sigset_t closedMask;  ///< the mask with the end signals blocked
 };
 
 thread_local ThreadState t_state;
@@ -20,9 +20,13 @@ thread_local ThreadState t_state;
 /// returns, so the compiler must treat the call as one that can be left by unwinding.
 int (*const volatile setMask)(int, const sigset_t*, sigset_t*) = pthread_sigmask;
 
-void SetMask(const sigset_t& mask) { setMask(SIG_SETMASK, &mask, nullptr); }
+void SetMask(const sigset_t& mask) {
+    setMask(SIG_SETMASK, &mask, nullptr);
+}
 
-const sigset_t* WindowMask() { return t_state.bWindow ? &t_state.openMask : nullptr; }
+const sigset_t* WindowMask() {
+    return t_state.bWindow ? &t_state.openMask : nullptr;
+}
 
 }  // namespace
 
@@ -54,9 +58,13 @@ void KvEndSignals::BlockAgain() {
     }
 }
 
-KvEndSignals::WaitWindow::WaitWindow() { t_state.bWindow = t_state.bKnown; }
+KvEndSignals::WaitWindow::WaitWindow() {
+    t_state.bWindow = t_state.bKnown;
+}
 
-KvEndSignals::WaitWindow::~WaitWindow() { t_state.bWindow = false; }
+KvEndSignals::WaitWindow::~WaitWindow() {
+    t_state.bWindow = false;
+}
 
 int KvEndSignals::Poll(pollfd* descriptors, nfds_t count, int timeoutMs) {
     const timespec timeout{timeoutMs / 1000, timeoutMs % 1000 * 1000000L};
@@ -94,4 +102,6 @@ KvAllSignalsBlocked::KvAllSignalsBlocked() {
     pthread_sigmask(SIG_SETMASK, &all, &m_previous);
 }
 
-KvAllSignalsBlocked::~KvAllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &m_previous, nullptr); }
+KvAllSignalsBlocked::~KvAllSignalsBlocked() {
+    pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
+}

@@ -14,13 +14,21 @@ std::string KvException::ToString() {
                       msg.c_str(), sysmsg.c_str());
 }
 
-std::string KvException::GetMsg() { return msg; }
+std::string KvException::GetMsg() {
+    return msg;
+}
 
-std::string KvException::GetFile() { return file; }
+std::string KvException::GetFile() {
+    return file;
+}
 
-int KvException::GetLine() { return line; }
+int KvException::GetLine() {
+    return line;
+}
 
-std::string KvException::GetSysMsg() { return sysmsg; }
+std::string KvException::GetSysMsg() {
+    return sysmsg;
+}
 
 std::string KvgetLastError() {
     char buffer[1024] = {};

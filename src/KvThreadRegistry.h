@@ -14,7 +14,8 @@ class KvThreadRegistry {
 public:
     /// Starts a thread and enters it. The result of pthread_create; `*id` is set before `routine` runs.
     /// The end signals are blocked when `routine` starts (see KvEndSignals).
-    static int Start(pthread_t* id, const pthread_attr_t* attributes, void* (*routine)(void*), void* argument);
+    static int Start(pthread_t* id, const pthread_attr_t* attributes, void* (*routine)(void*),
+                     void* argument);
 
     /// pthread_kill for a thread that may have ended: ESRCH for an id that is not registered. Signal 0 probes.
     /// The calling thread itself can always be signalled, whoever started it.

@@ -20,7 +20,9 @@ KvconCriticalSection::~KvconCriticalSection() {
     m_pLock = nullptr;
 }
 
-bool KvconCriticalSection::Enter() { return m_pLock->Lock() == KvconLock::LOCK_ACQUIRED; }
+bool KvconCriticalSection::Enter() {
+    return m_pLock->Lock() == KvconLock::LOCK_ACQUIRED;
+}
 
 bool KvconCriticalSection::Leave() {
     m_pLock->Unlock();

@@ -67,7 +67,8 @@ timespec DeadlineIn(int timeoutMs) {
     gettimeofday(&now, nullptr);
     const long long nanoseconds = (timeoutMs % 1000 * 1000LL + now.tv_usec) * 1000LL;
     timespec deadline{};
-    deadline.tv_sec = now.tv_sec + timeoutMs / 1000 + static_cast<time_t>(nanoseconds / kNanosecondsPerSecond);
+    deadline.tv_sec =
+        now.tv_sec + timeoutMs / 1000 + static_cast<time_t>(nanoseconds / kNanosecondsPerSecond);
     deadline.tv_nsec = static_cast<long>(nanoseconds % kNanosecondsPerSecond);
     return deadline;
 }

@@ -32,11 +32,15 @@ KvconLock::~KvconLock() {
     pthread_mutex_destroy(&m_mutex);
 }
 
-int KvconLock::Lock() { return AcquiredOrFailed(pthread_mutex_lock(&m_mutex)); }
+int KvconLock::Lock() {
+    return AcquiredOrFailed(pthread_mutex_lock(&m_mutex));
+}
 
 int KvconLock::TryLock() {
     const int result = pthread_mutex_trylock(&m_mutex);
     return result == EBUSY ? LOCK_BUSY : AcquiredOrFailed(result);
 }
 
-int KvconLock::Unlock() { return pthread_mutex_unlock(&m_mutex); }
+int KvconLock::Unlock() {
+    return pthread_mutex_unlock(&m_mutex);
+}

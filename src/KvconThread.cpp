@@ -116,15 +116,25 @@ void* KvconThread::ThreadWork(void* record) {
     return nullptr;
 }
 
-pthread_t KvconThread::GetThreadID() { return std::atomic_ref(m_threadId).load(); }
+pthread_t KvconThread::GetThreadID() {
+    return std::atomic_ref(m_threadId).load();
+}
 
-void KvconThread::SetThreadID(pthread_t id) { std::atomic_ref(m_threadId).store(id); }
+void KvconThread::SetThreadID(pthread_t id) {
+    std::atomic_ref(m_threadId).store(id);
+}
 
-pthread_t KvconThread::GetMyThreadID() { return pthread_self(); }
+pthread_t KvconThread::GetMyThreadID() {
+    return pthread_self();
+}
 
-bool KvconThread::IsRunning() { return KvThreadRegistry::IsAlive(GetThreadID()); }
+bool KvconThread::IsRunning() {
+    return KvThreadRegistry::IsAlive(GetThreadID());
+}
 
-bool KvconThread::IsThreadActive(unsigned long id) { return kill(static_cast<pid_t>(id), 0) == 0; }
+bool KvconThread::IsThreadActive(unsigned long id) {
+    return kill(static_cast<pid_t>(id), 0) == 0;
+}
 
 int KvconThread::WaitForThreadObject(unsigned long timeoutMs) {
     while (IsRunning()) {
@@ -158,7 +168,9 @@ void KvconThread::Stop() {
     }
 }
 
-void KvconThread::Resume() { SignalOrThrow(SIGUSR1, kLineResume, "Resume Thread Failed"); }
+void KvconThread::Resume() {
+    SignalOrThrow(SIGUSR1, kLineResume, "Resume Thread Failed");
+}
 
 void KvconThread::SignalOrThrow(int signal, int line, const char* message) {
     if (KvThreadRegistry::Signal(GetThreadID(), signal) != 0) {
@@ -178,7 +190,9 @@ void KvconThread::StopSingleHandler(int) {
 
 void KvconThread::StartSingleHandler(int) {}
 
-void KvconThread::EndThreadHandler(int) { KvEndSignals::EndThisThread(); }
+void KvconThread::EndThreadHandler(int) {
+    KvEndSignals::EndThisThread();
+}
 
 // Both functions recognise only -1, which pthread_mutex_init and pthread_mutex_destroy never answer.
 void KvconThread::InitializeLibrary() {

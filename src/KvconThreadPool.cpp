@@ -64,7 +64,8 @@ void InstallEndHandler(int signal, int line) {
     sigemptyset(&action.sa_mask);
     action.sa_flags = 0;
     if (sigaction(signal, &action, nullptr) == -1) {
-        throw KvconException(GetMyThreadID(), kSource, line, "Initialize Thread Pool Failed", KvgetLastError());
+        throw KvconException(GetMyThreadID(), kSource, line, "Initialize Thread Pool Failed",
+                             KvgetLastError());
     }
 }
 
@@ -127,7 +128,9 @@ void KvconThreadPool::Initialize(unsigned int maxThreads) {
     InstallEndHandler(SIGTERM, kLineTermSignal);
 }
 
-void KvconThreadPool::EndThreadHandler(int) { KvEndSignals::EndThisThread(); }
+void KvconThreadPool::EndThreadHandler(int) {
+    KvEndSignals::EndThisThread();
+}
 
 void KvconThreadPool::AddWork(KvconDelegate* work) {
     unsigned long newThreadId;
@@ -183,21 +186,41 @@ void* KvconThreadPool::ThreadWork(void* pool) {
     /// Takes the worker off the list of the live ones, also when it is ended while it runs.
     struct LiveWorker {
         KvconThreadPool& pool;
-        ~LiveWorker() { pool.RemoveThread(GetMyThreadID()); }
+        bool bListed;
+        ~LiveWorker() {
+            if (bListed) {
+                pool.RemoveThread(GetMyThreadID());
+            }
+        }
     };
     auto& self = *static_cast<KvconThreadPool*>(pool);
-    const LiveWorker worker{self};
-    while (WaitForSignal(*self.m_pWorkEvent) != KvconEvent::EVENT_TIMEOUT) {
-        bool stop = false;
-        KvconDelegate* const work = self.NextWork(stop);
-        if (stop) {
+    LiveWorker worker{self, true};
+    bool stop = false;
+    while (!stop) {
+        if (WaitForSignal(*self.m_pWorkEvent) == KvconEvent::EVENT_TIMEOUT && self.RetireIfIdle()) {
+            worker.bListed = false;
             break;
         }
+        KvconDelegate* const work = self.NextWork(stop);
         if (work != nullptr) {
             self.RunWork(work);
         }
     }
     return nullptr;
+}
+
+/// Takes the calling worker off the list of the live ones, unless work was queued just as its wait ended: whoever
+/// queued it may have counted on this worker, and the signal for it finds nobody.
+bool KvconThreadPool::RetireIfIdle() {
+    HeldLock threads(*m_pThreadLock);
+    HeldLock queue(*m_pWorkLock);
+    if (queue.IsHeld() && !m_workQueue.empty() && !IsStopping()) {
+        return false;
+    }
+    if (threads.IsHeld()) {
+        m_threads.remove(GetMyThreadID());
+    }
+    return true;
 }
 
 /// The oldest waiting delegate, entered as running on this thread; null when there is none.
@@ -279,11 +302,17 @@ std::list<unsigned long> KvconThreadPool::TakeLiveThreads() {
     return live;
 }
 
-bool KvconThreadPool::StopTask(KvconDelegate* work) { return CallHookOf(work, &KvconDelegate::StopWork); }
+bool KvconThreadPool::StopTask(KvconDelegate* work) {
+    return CallHookOf(work, &KvconDelegate::StopWork);
+}
 
-bool KvconThreadPool::PauseTask(KvconDelegate* work) { return CallHookOf(work, &KvconDelegate::PauseWork); }
+bool KvconThreadPool::PauseTask(KvconDelegate* work) {
+    return CallHookOf(work, &KvconDelegate::PauseWork);
+}
 
-bool KvconThreadPool::ResumeTask(KvconDelegate* work) { return CallHookOf(work, &KvconDelegate::ResumeWork); }
+bool KvconThreadPool::ResumeTask(KvconDelegate* work) {
+    return CallHookOf(work, &KvconDelegate::ResumeWork);
+}
 
 bool KvconThreadPool::CallHookOf(KvconDelegate* work, Hook hook) {
     HeldLock threads(*m_pThreadLock);
@@ -299,11 +328,17 @@ bool KvconThreadPool::CallHookOf(KvconDelegate* work, Hook hook) {
     return found;
 }
 
-int KvconThreadPool::StopTasks() { return CallHookOfAll(&KvconDelegate::StopWork); }
+int KvconThreadPool::StopTasks() {
+    return CallHookOfAll(&KvconDelegate::StopWork);
+}
 
-int KvconThreadPool::PauseTasks() { return CallHookOfAll(&KvconDelegate::PauseWork); }
+int KvconThreadPool::PauseTasks() {
+    return CallHookOfAll(&KvconDelegate::PauseWork);
+}
 
-int KvconThreadPool::ResumeTasks() { return CallHookOfAll(&KvconDelegate::ResumeWork); }
+int KvconThreadPool::ResumeTasks() {
+    return CallHookOfAll(&KvconDelegate::ResumeWork);
+}
 
 int KvconThreadPool::CallHookOfAll(Hook hook) {
     HeldLock threads(*m_pThreadLock);
@@ -359,8 +394,14 @@ unsigned long KvconThreadPool::RemoveThread(unsigned long id) {
     return id;
 }
 
-bool KvconThreadPool::IsThreadRunning(unsigned long id) { return KvThreadRegistry::IsAlive(id); }
+bool KvconThreadPool::IsThreadRunning(unsigned long id) {
+    return KvThreadRegistry::IsAlive(id);
+}
 
-bool KvconThreadPool::IsStopping() { return std::atomic_ref(m_bStopping).load(); }
+bool KvconThreadPool::IsStopping() {
+    return std::atomic_ref(m_bStopping).load();
+}
 
-void KvconThreadPool::SetStopping() { std::atomic_ref(m_bStopping).store(true); }
+void KvconThreadPool::SetStopping() {
+    std::atomic_ref(m_bStopping).store(true);
+}

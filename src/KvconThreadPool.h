@@ -46,6 +46,8 @@ public:
     /// worker can touch the pool any more. A running DoWork is not asked to stop: call StopTasks first.
     void Stop(int timeoutMs);
 
+    // A control hook must not call the pool: it runs while the pool's locks are held.
+
     /// Call the hook of a running delegate. True when it was found running.
     bool StopTask(KvconDelegate* work);
     bool PauseTask(KvconDelegate* work);
@@ -79,6 +81,7 @@ protected:
 
     bool Enqueue(KvconDelegate* work);
     unsigned long StartWorkerIfBelowMaximum();
+    bool RetireIfIdle();
     KvconDelegate* NextWork(bool& stop);
     void RunWork(KvconDelegate* work);
     void ForgetRunningTask();
@@ -89,10 +92,11 @@ protected:
     bool IsStopping();
     void SetStopping();
 
-    std::list<KvconDelegate*> m_workQueue;                   ///< waiting, oldest first; guarded by m_pWorkLock
-    std::map<unsigned long, KvconDelegate*> m_runningTasks;  ///< by worker; written under m_pWorkLock, read under
-                                                             ///< m_pThreadLock, both inside one process-wide guard
-    std::list<unsigned long> m_threads;                      ///< live workers; guarded by m_pThreadLock
+    std::list<KvconDelegate*> m_workQueue;  ///< waiting, oldest first; guarded by m_pWorkLock
+    std::map<unsigned long, KvconDelegate*>
+        m_runningTasks;                  ///< by worker; written under m_pWorkLock, read under
+                                         ///< m_pThreadLock, both inside one process-wide guard
+    std::list<unsigned long> m_threads;  ///< live workers; guarded by m_pThreadLock
     unsigned int m_maxThreads;
     bool m_bStopping;
     KvconLock* m_pWorkLock;

@@ -23,7 +23,9 @@ void check(int error, const char* what) {
     }
 }
 
-void makePipe(int ends[2]) { check(pipe2(ends, O_CLOEXEC) == 0 ? 0 : errno, "pipe"); }
+void makePipe(int ends[2]) {
+    check(pipe2(ends, O_CLOEXEC) == 0 ? 0 : errno, "pipe");
+}
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
     std::vector<char*> all;

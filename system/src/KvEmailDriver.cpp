@@ -18,7 +18,9 @@ constexpr unsigned int kReplyLimit = 1000;
 constexpr int kDefaultSmtpPort = 25;
 constexpr int kMustIssueStartTls = 530;
 
-bool Contains(const std::string& text, const char* part) { return text.find(part) != std::string::npos; }
+bool Contains(const std::string& text, const char* part) {
+    return text.find(part) != std::string::npos;
+}
 
 int SmtpServicePort() {
     char service[] = "smtp";
@@ -29,7 +31,9 @@ int SmtpServicePort() {
 
 }  // namespace
 
-void KvEmailDriver::Job::Reset() { *this = Job(); }
+void KvEmailDriver::Job::Reset() {
+    *this = Job();
+}
 
 KvEmailDriver::KvEmailDriver(KvLogInterface* log, const std::string& certFile, const std::string& keyFile,
                              const std::string& caFile)
@@ -131,7 +135,8 @@ void KvEmailDriver::ProcessTLS() {
         return;
     }
     if (m_job.eSecType == SecTLSOnDemand) {
-        throw KvSmtpException(KvSmtpException::STARTTLS_FAILED, "STARTTLS Failed after Must Start TLS Response");
+        throw KvSmtpException(KvSmtpException::STARTTLS_FAILED,
+                              "STARTTLS Failed after Must Start TLS Response");
     }
     if (m_job.eSecType == SecTLSRequired) {
         throw KvSmtpException(KvSmtpException::TLS_REQUIRED, "TLS Required but not supported");
@@ -197,7 +202,9 @@ int KvEmailDriver::SmtpWrite(const char* format, ...) {
                              static_cast<unsigned int>(std::strlen(buffer)));
 }
 
-int KvEmailDriver::SmtpWrite(const std::string& text) { return m_objSocket.Write(text); }
+int KvEmailDriver::SmtpWrite(const std::string& text) {
+    return m_objSocket.Write(text);
+}
 
 bool KvEmailDriver::ValidateJob(Job& job) {
     const auto build = [](int code, const char* text) { const KvSmtpException notRaised(code, text); };

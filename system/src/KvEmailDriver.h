@@ -28,8 +28,9 @@ public:
 
     /// The session record.
     struct Job {
-        std::string strHost;  ///< server, optionally with a colon and a port; the host alone after SetHostPort
-        int nPort = -1;       ///< TCP port; below 1 while not resolved
+        std::string
+            strHost;     ///< server, optionally with a colon and a port; the host alone after SetHostPort
+        int nPort = -1;  ///< TCP port; below 1 while not resolved
         std::string strFrom;
         std::string strTo;
         std::string strSubject;
@@ -81,7 +82,8 @@ public:
     ///
     /// Compatibility: addresses are sent as given; there is no dot-stuffing, lines of the message that begin
     /// with a dot are sent as they are; the boundary is the same in every message; no To, Date or Message-ID
-    /// header is added.
+    /// header is added. An attachment that cannot be read is sent as an empty part. The lines of base64 parts end with
+    /// bare line feeds, as the MIME library writes them.
     /// Relied on by: receivers that match the messages byte for byte.
     /// Held by: KvEmailDriverSendMailTest.LinesThatBeginWithADotAreSentAsTheyAre,
     /// KvEmailDriverSendMailTest.TheWholeMessageIsByteExact.
@@ -134,6 +136,11 @@ public:
     /// not reported: the session goes on unauthenticated.
     void Authorize();
     /// AUTH PLAIN (RFC 4616), credentials in a line of their own. True when the exchange went through.
+    ///
+    /// Compatibility: the base64 text breaks after 76 characters, so credentials of more than 57 bytes (with the two
+    /// separators) go out as several lines. The same holds for the two answers of AUTH LOGIN.
+    /// Relied on by: peers that were tested with these bytes.
+    /// Held by: KvEmailDriverAuthTest.LongerCredentialsAreBrokenAfter76Characters.
     bool DoPlainLogin(Job& job);
     /// AUTH LOGIN. True when the server accepted; false on an unexpected step, which is recorded in the last error
     /// where a challenge was not the expected one.
@@ -163,8 +170,9 @@ protected:
     static bool IsStartTlsDemand(const KvSmtpException& error, const Job& job);
     void Authenticate(Job& job);
     void Greet(Job& job);
-    void RunTransaction(const std::string& from, const std::vector<std::string>& to, const std::string& subject,
-                        const std::string& body, const std::vector<std::string>& attachments);
+    void RunTransaction(const std::string& from, const std::vector<std::string>& to,
+                        const std::string& subject, const std::string& body,
+                        const std::vector<std::string>& attachments);
     void SendSingleShot(Job& job);
     void SecureSingleShot(Job& job, bool demanded);
     void SubmitSingleShot(Job& job);

@@ -7,7 +7,9 @@ namespace {
 constexpr std::size_t kChallengeStart = 4;
 constexpr int kLineEndLength = 2;
 
-bool BeginsWith(const std::string& reply, char digit) { return !reply.empty() && reply[0] == digit; }
+bool BeginsWith(const std::string& reply, char digit) {
+    return !reply.empty() && reply[0] == digit;
+}
 
 /// Base64 of `text` and CR LF: a complete line.
 std::string EncodedLine(std::string text) {
@@ -25,7 +27,9 @@ std::string Challenge(const std::string& reply) {
 
 }  // namespace
 
-void KvEmailDriver::Authorize() { Authenticate(m_job); }
+void KvEmailDriver::Authorize() {
+    Authenticate(m_job);
+}
 
 void KvEmailDriver::Authenticate(Job& job) {
     if (job.bAuthPlain) {

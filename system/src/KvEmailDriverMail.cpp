@@ -127,7 +127,8 @@ void KvEmailDriver::SecureSingleShot(Job& job, bool demanded) {
     if (IsTLSSupported(job)) {
         PostSTARTTLS(job);
     } else if (demanded) {
-        throw KvSmtpException(KvSmtpException::STARTTLS_FAILED, "STARTTLS Failed after Must Start TLS Response");
+        throw KvSmtpException(KvSmtpException::STARTTLS_FAILED,
+                              "STARTTLS Failed after Must Start TLS Response");
     } else if (job.eSecType == SecTLSRequired) {
         throw KvSmtpException(KvSmtpException::TLS_REQUIRED, "TLS Required but not supported");
     }

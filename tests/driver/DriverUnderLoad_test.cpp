@@ -122,7 +122,8 @@ std::map<std::string, int> Deliveries(const ScriptedSmtpServer& server) {
 
 void RefuseTheRefused(ScriptedSmtpServer& server) {
     server.on("RCPT").answer([](const CommandContext& context) {
-        return context.address.starts_with("refused") ? Reply("550 5.1.1 no such user\r\n") : context.defaultReply;
+        return context.address.starts_with("refused") ? Reply("550 5.1.1 no such user\r\n")
+                                                      : context.defaultReply;
     });
 }
 

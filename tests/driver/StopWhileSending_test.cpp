@@ -49,7 +49,9 @@ struct Silence {
     Reply reply;
 };
 
-std::ostream& operator<<(std::ostream& out, const Silence& silence) { return out << silence.name; }
+std::ostream& operator<<(std::ostream& out, const Silence& silence) {
+    return out << silence.name;
+}
 
 class StopWhileSendingTest : public testing::TestWithParam<std::tuple<Silence, bool>> {
 protected:
@@ -96,20 +98,20 @@ TEST_P(StopWhileSendingTest, EveryFileIsBackOnceAndNothingIsLeftOpen) {
 }
 
 std::string NameOf(const testing::TestParamInfo<std::tuple<Silence, bool>>& info) {
-    return std::string(std::get<Silence>(info.param).name) + (std::get<bool>(info.param) ? "InsideTls" : "InClear");
+    return std::string(std::get<Silence>(info.param).name) +
+           (std::get<bool>(info.param) ? "InsideTls" : "InClear");
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Phases, StopWhileSendingTest,
-    testing::Combine(testing::Values(Silence{"BeforeTheReplyToTheProbe", "RSET", 1, Reply().thenStall()},
-                                     Silence{"BeforeTheReplyToMail", "MAIL", 1, Reply().thenStall()},
-                                     Silence{"BeforeTheReplyToTheSecondRecipient", "RCPT", 2, Reply().thenStall()},
-                                     Silence{"BeforeTheReplyToData", "DATA", 1, Reply().thenStall()},
-                                     Silence{"WhileTheMessageIsWritten", "DATA", 1,
-                                             Reply("354 go on\r\n").thenStall()},
-                                     Silence{"BeforeTheReplyToTheMessage", step::EndOfData, 1,
-                                             Reply().thenStall()}),
-                     testing::Bool()),
+    testing::Combine(
+        testing::Values(Silence{"BeforeTheReplyToTheProbe", "RSET", 1, Reply().thenStall()},
+                        Silence{"BeforeTheReplyToMail", "MAIL", 1, Reply().thenStall()},
+                        Silence{"BeforeTheReplyToTheSecondRecipient", "RCPT", 2, Reply().thenStall()},
+                        Silence{"BeforeTheReplyToData", "DATA", 1, Reply().thenStall()},
+                        Silence{"WhileTheMessageIsWritten", "DATA", 1, Reply("354 go on\r\n").thenStall()},
+                        Silence{"BeforeTheReplyToTheMessage", step::EndOfData, 1, Reply().thenStall()}),
+        testing::Bool()),
     NameOf);
 
 /// The worker loses its connection and opens another one, on which the server falls silent.

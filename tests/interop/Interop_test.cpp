@@ -48,8 +48,8 @@ std::string Contents(const std::string& path) {
 
 std::string Base64(std::string bytes) {
     std::string text;
-    KvsysCodec::EncodeBase64(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<int>(bytes.size()), text,
-                             false);
+    KvsysCodec::EncodeBase64(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<int>(bytes.size()),
+                             text, false);
     return text;
 }
 
@@ -67,8 +67,8 @@ class AioSmtpdTest : public testing::Test {
 protected:
     AioSmtpdTest()
         : m_peer({"/usr/bin/python3", KV_SOURCE_DIR "/tests/interop/mail_server.py",
-                  TestCertificates::Shared().server().certificate, TestCertificates::Shared().server().key, "pager",
-                  "s3cret word", m_received.path()}),
+                  TestCertificates::Shared().server().certificate, TestCertificates::Shared().server().key,
+                  "pager", "s3cret word", m_received.path()}),
           m_port(m_peer.readLine()) {}
 
     void SetUp() override { ASSERT_FALSE(m_port.empty()) << "aiosmtpd did not start"; }
@@ -162,7 +162,8 @@ protected:
         for (int attempt = 0; attempt < 5; ++attempt) {
             m_port = FreePort();
             Start();
-            if (Eventually([this] { return CanConnect(m_port) || !m_peer->isRunning(); }) && m_peer->isRunning()) {
+            if (Eventually([this] { return CanConnect(m_port) || !m_peer->isRunning(); }) &&
+                m_peer->isRunning()) {
                 return;
             }
         }
@@ -178,8 +179,8 @@ protected:
         }
         arguments.insert(arguments.end(),
                          {"-d", m_received.file("mail."), "127.0.0.1:" + std::to_string(m_port), "10"});
-        m_peer = std::make_unique<PeerProcess>(arguments,
-                                               std::vector<std::string>{"LD_LIBRARY_PATH=" + root + "/usr/lib/postfix"});
+        m_peer = std::make_unique<PeerProcess>(
+            arguments, std::vector<std::string>{"LD_LIBRARY_PATH=" + root + "/usr/lib/postfix"});
     }
 
     MessageBuilder Message() const {
@@ -215,7 +216,8 @@ TEST_F(SmtpSinkTest, ReceivesTheEnvelopeAndTheMessage) {
     EXPECT_EQ(files[0]->m_eStatus, Reports::REPORT_COMPLETED) << files[0]->failureReason();
     EXPECT_EQ(files[1]->m_eStatus, Reports::REPORT_COMPLETED) << files[1]->failureReason();
 
-    ASSERT_TRUE(Eventually([this] { return !Mails().empty() && Mails()[0].find("--\n") != std::string::npos; }));
+    ASSERT_TRUE(
+        Eventually([this] { return !Mails().empty() && Mails()[0].find("--\n") != std::string::npos; }));
     const std::vector<std::string> mails = Mails();
     ASSERT_EQ(mails.size(), 1U);
     EXPECT_NE(mails[0].find("X-Mail-Args: <ann@example.org>\n"

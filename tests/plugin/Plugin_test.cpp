@@ -32,7 +32,8 @@ void Deliver(LoadedDriver& driver, HostDoubles& host, KvMessageFile& file) {
 }
 
 TEST(PluginTest, ExportsExactlyItsTwoEntryPoints) {
-    EXPECT_EQ(ExportedSymbols(kPlugin), (std::set<std::string>{"GetDriverInstance", "ReleaseDriverInstance"}));
+    EXPECT_EQ(ExportedSymbols(kPlugin),
+              (std::set<std::string>{"GetDriverInstance", "ReleaseDriverInstance"}));
 }
 
 TEST(PluginTest, AnswersTheSameDriverUntilItIsReleased) {
