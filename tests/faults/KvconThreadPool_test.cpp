@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <functional>
 #include <optional>
@@ -248,13 +249,22 @@ TEST(KvconThreadPoolFaultTest, WorkQueuedJustAsTheIdleWaitEndsIsRun) {
     OpenPool pool(1);
     WorkLog log;
     std::thread queueing;
+    std::atomic<bool> isQueueing{false};
+    std::atomic<bool> isQueued{false};
+    // The signal for the work comes last, and waits for the event that the idle worker holds.
+    Interception signals(SystemCall::MutexLock, [&](const SystemCallArguments& call) -> std::optional<int> {
+        if (isQueueing && call.object == pool.EventMutex()) {
+            isQueued = true;
+        }
+        return std::nullopt;
+    });
     Interception waits(SystemCall::ConditionTimedWait, [&](const SystemCallArguments&) -> std::optional<int> {
-        if (log.deleted == 0 || queueing.joinable()) {
+        if (log.deleted == 0 || isQueueing) {
             return std::nullopt;
         }
-        // The signal for this work waits for the event that the idle worker holds.
+        isQueueing = true;
         queueing = std::thread([&] { pool.Add(new LoggedWork(log)); });
-        EXPECT_TRUE(Eventually([&] { return pool.WaitingWork() == 1; }));
+        EXPECT_TRUE(Eventually([&] { return isQueued.load(); }));
         return ETIMEDOUT;
     });
     pool.Add(new LoggedWork(log));
