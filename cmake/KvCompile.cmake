@@ -8,6 +8,12 @@ endif()
 # A worker that is ended by a signal unwinds from inside a wait: every frame needs its unwind table.
 add_compile_options(-fasynchronous-unwind-tables)
 
+if(KV_COVERAGE)
+  # The counters are shared by all threads and by forked children: a lost update would lose a line.
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()
+
 if(KV_SANITIZER)
   add_compile_options(-fsanitize=${KV_SANITIZER} -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${KV_SANITIZER})
