@@ -37,6 +37,7 @@ bool IsFlag(char c) {
 }
 
 int StringArgumentLength(char*& args) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): an argument list is words; this one is a pointer.
     const auto text = reinterpret_cast<const char*>(WordSizedArgument(args));
     return text == nullptr ? 10 : static_cast<int>(std::strlen(text));
 }

@@ -99,7 +99,7 @@ int KvThreadRegistry::Start(pthread_t* id, const pthread_attr_t* attributes, voi
     if (result != 0) {
         return result;
     }
-    record.release();
+    static_cast<void>(record.release());  // the thread owns it now
     std::atomic_ref(*id).store(started);
     entry.front() = Entry{started, ++hold->lastSerial};
     hold->threads.splice(hold->threads.end(), entry);

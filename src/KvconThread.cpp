@@ -98,7 +98,7 @@ void KvconThread::Run(KvconDelegate* delegate) {
         throw KvconException(::GetMyThreadID(), kSource, kLineRun, "Create Thread Failed",
                              CreateErrorText(error));
     }
-    record.release();
+    static_cast<void>(record.release());  // the thread owns it now
 }
 
 void* KvconThread::ThreadWork(void* record) {
@@ -196,7 +196,7 @@ void KvconThread::EndThreadHandler(int) {
 
 // Both functions recognise only -1, which pthread_mutex_init and pthread_mutex_destroy never answer.
 void KvconThread::InitializeLibrary() {
-    if (pthread_mutex_init(&the_ThreadGuard, nullptr) == -1) {
+    if (pthread_mutex_init(&the_ThreadGuard, nullptr) == -1) {  // NOLINT(bugprone-posix-return)
         Throw(kLineCreateLock, "Create Lock Failed");
     }
     Install(SIGUSR1, StopSingleHandler, kLineSuspendSignal);
@@ -206,7 +206,7 @@ void KvconThread::InitializeLibrary() {
 }
 
 void KvconThread::CloseLibrary() {
-    if (pthread_mutex_destroy(&the_ThreadGuard) == -1) {
+    if (pthread_mutex_destroy(&the_ThreadGuard) == -1) {  // NOLINT(bugprone-posix-return)
         Throw(kLineCloseLibrary, "Initialize Thread Lib Failed");
     }
 }
