@@ -42,6 +42,14 @@ public:
     static int Poll(pollfd* descriptors, nfds_t count, int timeoutMs);
     static int Select(int descriptorLimit, fd_set* reads, fd_set* writes, const timespec* timeout);
 
+    /// Waits for one of `events` (see poll) on `descriptor`, up to `timeoutMs` milliseconds (-1: no limit), with
+    /// the end signals open on a thread that has a wait window. 1; 0 after the time-out; -1 with errno.
+    ///
+    /// It stands for a blocking call such as recv, so a signal does to it what it does to one: a handler
+    /// installed with SA_RESTART lets it go on, another handler ends it with EINTR. While no descriptor can be
+    /// made, every handler ends it.
+    static int Await(int descriptor, short events, int timeoutMs);
+
     /// Lets a pending end signal in without waiting; for loops that might never wait.
     static void LetIn();
 

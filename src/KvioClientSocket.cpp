@@ -47,10 +47,9 @@ bool Resolve(const std::string& host, in_addr& address) {
 
 /// Waits for the end of a connect that is under way.
 bool AwaitConnected(int descriptor) {
-    pollfd waiting{descriptor, POLLOUT, 0};
     int error = 0;
     socklen_t size = sizeof(error);
-    return KvEndSignals::Poll(&waiting, 1, -1) > 0 &&
+    return KvEndSignals::Await(descriptor, POLLOUT, -1) > 0 &&
            getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
 }
 

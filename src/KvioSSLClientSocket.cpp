@@ -43,8 +43,11 @@ bool IsSwitched(const SSL* ssl) {
     return ssl != nullptr && SSL_get_ex_data(ssl, SwitchedIndex()) != nullptr;
 }
 
-/// What is left of `timeoutMs` milliseconds since `start`.
+/// What is left of `timeoutMs` milliseconds since `start`; of no limit, no limit.
 int TimeLeft(std::chrono::steady_clock::time_point start, int timeoutMs) {
+    if (timeoutMs == kNoTimeout) {
+        return kNoTimeout;
+    }
     const auto passed =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
             .count();
@@ -340,19 +343,20 @@ void KvioSSLClientSocket::FreeTls() {
 int KvioSSLClientSocket::ReceiveTls(unsigned char* buffer, unsigned int size, int timeoutMs,
                                     SocketStatus& status) {
     const auto start = std::chrono::steady_clock::now();
-    int left = timeoutMs;
-    int received = 0;
-    short events = POLLIN;
-    do {
-        if (timeoutMs != kNoTimeout && !WaitFor(events, left, status)) {
-            return -1;
-        }
-        status = SOCKET_READABLE;
+    status = SOCKET_READABLE;
+    if (timeoutMs != kNoTimeout) {
+        status = static_cast<SocketStatus>(Wait(true, false, timeoutMs));
+    }
+    int received = -1;
+    short events = 0;
+    while (status == SOCKET_READABLE) {
         m_tLastActive = std::time(nullptr);
         received = CallTls([&] { return SSL_read(m_pSSL, buffer, static_cast<int>(size)); });
         events = AwaitedEvents(received);
-        left = TimeLeft(start, timeoutMs);
-    } while (events != 0 && (timeoutMs != kNoTimeout || AwaitPeer(events)));
+        if (events == 0 || !AwaitMore(events, TimeLeft(start, timeoutMs), status)) {
+            break;
+        }
+    }
     return received;
 }
 
@@ -368,9 +372,14 @@ int KvioSSLClientSocket::WriteTls(const void* data, std::size_t size, int line) 
     return written;
 }
 
-bool KvioSSLClientSocket::WaitFor(short events, int timeoutMs, SocketStatus& status) {
-    status = static_cast<SocketStatus>(Wait(events == POLLIN, events == POLLOUT, timeoutMs));
-    return status == SOCKET_READABLE || status == SOCKET_WRITABLE;
+// False when the read is over: after an interruption of a read without a time-out `status` stays, because that
+// read has failed.
+bool KvioSSLClientSocket::AwaitMore(short events, int timeoutMs, SocketStatus& status) {
+    const int ready = KvEndSignals::Await(m_socket, events, timeoutMs);
+    if (ready <= 0 && timeoutMs != kNoTimeout) {
+        status = ready == 0 ? SOCKET_TIMEOUT : SOCKET_ERROR;
+    }
+    return ready > 0;
 }
 
 // A descriptor that the caller has made non-blocking is not waited for.
@@ -389,8 +398,7 @@ short KvioSSLClientSocket::AwaitedEvents(int result) {
 }
 
 bool KvioSSLClientSocket::AwaitPeer(short events) {
-    pollfd descriptor{m_socket, events, 0};
-    return events != 0 && KvEndSignals::Poll(&descriptor, 1, kNoTimeout) > 0;
+    return events != 0 && KvEndSignals::Await(m_socket, events, kNoTimeout) > 0;
 }
 
 void KvioSSLClientSocket::Require(bool ok, const char* message) const {

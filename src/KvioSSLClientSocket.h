@@ -116,7 +116,7 @@ private:
     void FreeTls();
     int ReceiveTls(unsigned char* buffer, unsigned int size, int timeoutMs, SocketStatus& status);
     int WriteTls(const void* data, std::size_t size, int line);
-    bool WaitFor(short events, int timeoutMs, SocketStatus& status);
+    bool AwaitMore(short events, int timeoutMs, SocketStatus& status);
     short AwaitedEvents(int result);
     bool AwaitPeer(short events);
     void Require(bool ok, const char* message) const;

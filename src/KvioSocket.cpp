@@ -317,6 +317,5 @@ bool KvioSocket::AwaitPeer(short events) {
     if (!WouldWait() || KvNonBlockingMode::IsOn(m_socket)) {
         return false;
     }
-    pollfd descriptor{m_socket, events, 0};
-    return KvEndSignals::Poll(&descriptor, 1, kNoTimeout) > 0;
+    return KvEndSignals::Await(m_socket, events, kNoTimeout) > 0;
 }

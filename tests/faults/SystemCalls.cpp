@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 
 namespace {
 
@@ -177,6 +178,12 @@ int __real_sigaction(int, const struct sigaction*, struct sigaction*);
 int __real_gettimeofday(timeval*, void*);
 int __real_usleep(useconds_t);
 unsigned int __real_sleep(unsigned int);
+int __real_pthread_once(pthread_once_t*, void (*)());
+pid_t __real_fork();
+pid_t __real_setsid();
+[[noreturn]] void __real__exit(int);
+FILE* __real_popen(const char*, const char*);
+int __real_close_range(unsigned int, unsigned int, int);
 
 int __wrap_pthread_create(pthread_t* id, const pthread_attr_t* attributes, void* (*routine)(void*),
                           void* argument) {
@@ -269,6 +276,40 @@ int __wrap_usleep(useconds_t microseconds) {
 unsigned int __wrap_sleep(unsigned int seconds) {
     const auto answer = Ask(SystemCall::SecondSleep, {.number = static_cast<long>(seconds)});
     return answer ? static_cast<unsigned int>(*answer) : __real_sleep(seconds);
+}
+
+int __wrap_pthread_once(pthread_once_t* once, void (*routine)()) {
+    const auto answer = Ask(SystemCall::Once, {.object = once});
+    return answer ? *answer : __real_pthread_once(once, routine);
+}
+
+pid_t __wrap_fork() {
+    const auto answer = Ask(SystemCall::Fork, {});
+    return answer ? MinusOneWithErrno(*answer) : __real_fork();
+}
+
+pid_t __wrap_setsid() {
+    const auto answer = Ask(SystemCall::SessionCreate, {});
+    return answer ? MinusOneWithErrno(*answer) : __real_setsid();
+}
+
+[[noreturn]] void __wrap__exit(int status) {
+    Ask(SystemCall::ProcessExit, {.number = status});
+    __real__exit(status);
+}
+
+FILE* __wrap_popen(const char* command, const char* mode) {
+    const auto answer = Ask(SystemCall::PipeOpen, {.object = command});
+    if (answer) {
+        MinusOneWithErrno(*answer);
+        return nullptr;
+    }
+    return __real_popen(command, mode);
+}
+
+int __wrap_close_range(unsigned int first, unsigned int last, int flags) {
+    const auto answer = Ask(SystemCall::RangeClose, {.number = static_cast<long>(first)});
+    return answer ? MinusOneWithErrno(*answer) : __real_close_range(first, last, flags);
 }
 
 }  // extern "C"

@@ -34,6 +34,12 @@ enum class SystemCall {
     TimeOfDay,           ///< gettimeofday; object: where the time goes
     MicroSleep,          ///< usleep; number: microseconds
     SecondSleep,         ///< sleep; number: seconds
+    Once,                ///< pthread_once
+    Fork,                ///< fork
+    SessionCreate,       ///< setsid
+    ProcessExit,         ///< _exit; number: the status. No answer is heeded
+    PipeOpen,            ///< popen; object: the command
+    RangeClose,          ///< close_range; number: the first descriptor
     Count
 };
 
@@ -46,7 +52,7 @@ struct SystemCallArguments {
 
 /// Watches one system call, on every thread, while it lives. Thread-safe. The handler runs before each call;
 /// a value that it answers is what the caller gets, without a call of the system: the result itself for the
-/// pthread functions and sleeps; for sigaction and gettimeofday 0, or an error number (-1 with errno set).
+/// pthread functions and sleeps; for the others 0, or an error number (-1, for popen null, with errno set).
 /// System calls that the handler itself makes are not intercepted. The destructor waits for running handlers.
 class Interception {
 public:
