@@ -1,21 +1,23 @@
 #include "KvEndSignals.h"
 
 #include <pthread.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 
+#include "KvconThread.h"
+
 namespace {
 
-/// What a thread of this library knows of its own mask. Other threads never fill it in.
+/// What a thread of this library knows of its own mask. Other threads never fill it in but for bInterrupted.
 struct ThreadState {
-    bool bKnown;          ///< m_open and m_blocked are set
-    bool bWindow;         ///< waits open the end signals
-    sigset_t openMask;    ///< the mask with the end signals open
-    sigset_t closedMask;  ///< the mask with the end signals blocked
+    bool bKnown;                         ///< m_open and m_blocked are set
+    bool bWindow;                        ///< waits open the end signals
+    sigset_t openMask;                   ///< the mask with the end signals open
+    sigset_t closedMask;                 ///< the mask with the end signals blocked
+    volatile sig_atomic_t bInterrupted;  ///< a handler of the library, installed without SA_RESTART, has run
 };
 
 thread_local ThreadState t_state;
@@ -32,48 +34,40 @@ const sigset_t* WindowMask() {
     return t_state.bWindow ? &t_state.openMask : nullptr;
 }
 
-int PollWithMask(pollfd* descriptors, nfds_t count, int timeoutMs, const sigset_t* mask) {
-    const timespec timeout{timeoutMs / 1000, timeoutMs % 1000 * 1000000L};
-    return ppoll(descriptors, count, timeoutMs < 0 ? nullptr : &timeout, mask);
+/// Signals that report a fault of the thread's own code; their handlers have nothing to do with waits.
+bool ReportsFault(int signal) {
+    constexpr std::array kFaults{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT};
+    return std::find(kFaults.begin(), kFaults.end(), signal) != kFaults.end();
 }
 
-bool EndsBlockingCalls(const struct sigaction& action) {
+/// The handlers of the library: the first two note that they have run, the third one never returns.
+bool IsOwn(const struct sigaction& action) {
+    return action.sa_handler == KvconThread::StopSingleHandler ||
+           action.sa_handler == KvconThread::StartSingleHandler ||
+           action.sa_handler == KvconThread::EndThreadHandler;
+}
+
+bool EndsBlockingCalls(int signal) {
+    struct sigaction action {};
+    if (ReportsFault(signal) || sigaction(signal, nullptr, &action) != 0) {
+        return false;
+    }
     const bool handled = action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN;
-    return handled && (action.sa_flags & SA_RESTART) == 0;
+    return handled && !IsOwn(action) && (action.sa_flags & SA_RESTART) == 0;
 }
 
-/// The signals, of those that `mask` lets through, whose handlers end a blocking call.
-sigset_t InterruptingSignals(const sigset_t& mask) {
-    sigset_t signals;
-    sigemptyset(&signals);
+/// Whether the host has a handler that ends blocking calls, for a signal that comes in during a wait here.
+bool HostMayEndBlockingCalls() {
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    const sigset_t open = WindowMask() == nullptr ? mask : *WindowMask();
     for (int signal = 1; signal <= SIGRTMAX; ++signal) {
-        struct sigaction action {};
-        if (sigismember(&mask, signal) == 0 && sigaction(signal, nullptr, &action) == 0 &&
-            EndsBlockingCalls(action)) {
-            sigaddset(&signals, signal);
+        if (sigismember(&open, signal) == 0 && EndsBlockingCalls(signal)) {
+            return true;
         }
     }
-    return signals;
+    return false;
 }
-
-/// A descriptor that is readable while one of the signals is pending; -1 when none can be made.
-class PendingSignals {
-public:
-    explicit PendingSignals(const sigset_t& signals)
-        : m_descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK)) {}
-    ~PendingSignals() {
-        if (m_descriptor != -1) {
-            close(m_descriptor);
-        }
-    }
-    PendingSignals(const PendingSignals&) = delete;
-    PendingSignals& operator=(const PendingSignals&) = delete;
-
-    int Descriptor() const { return m_descriptor; }
-
-private:
-    int m_descriptor;
-};
 
 class Deadline {
 public:
@@ -94,28 +88,6 @@ private:
     std::chrono::steady_clock::time_point m_start;
     int m_timeoutMs;
 };
-
-/// Waits for `wanted` while the signals that `pending` shows are blocked; they come in between the waits, with
-/// `open` as the mask. One of them may be taken by another thread before: then nothing came in here.
-int AwaitAsABlockingCall(pollfd wanted, int pending, const sigset_t& open, const sigset_t& interrupting,
-                         int timeoutMs) {
-    sigset_t others;
-    sigorset(&others, &open, &interrupting);
-    const Deadline deadline(timeoutMs);
-    pollfd entries[] = {wanted, {pending, POLLIN, 0}};
-    for (;;) {
-        const int result = PollWithMask(entries, 2, deadline.MillisecondsLeft(), &others);
-        if (result == 0 || (result == -1 && errno != EINTR)) {
-            return result;
-        }
-        if (result > 0 && entries[0].revents != 0) {
-            return 1;
-        }
-        if (result > 0 && PollWithMask(nullptr, 0, 0, &open) == -1) {
-            return -1;
-        }
-    }
-}
 
 }  // namespace
 
@@ -156,27 +128,29 @@ KvEndSignals::WaitWindow::~WaitWindow() {
 }
 
 int KvEndSignals::Poll(pollfd* descriptors, nfds_t count, int timeoutMs) {
-    return PollWithMask(descriptors, count, timeoutMs, WindowMask());
+    const timespec timeout{timeoutMs / 1000, timeoutMs % 1000 * 1000000L};
+    return ppoll(descriptors, count, timeoutMs < 0 ? nullptr : &timeout, WindowMask());
 }
 
-// A poll does not tell which handler ended it. So the signals whose handlers end a blocking call are blocked for
-// the wait and seen coming through a descriptor; whatever else ends the poll lets the wait go on.
+// A poll does not tell which handler ended it.
 int KvEndSignals::Await(int descriptor, short events, int timeoutMs) {
+    const Deadline deadline(timeoutMs);
     pollfd wanted{descriptor, events, 0};
-    sigset_t before;
-    pthread_sigmask(SIG_SETMASK, nullptr, &before);
-    const sigset_t open = t_state.bWindow ? t_state.openMask : before;
-    const sigset_t interrupting = InterruptingSignals(open);
-    const PendingSignals pending(interrupting);
-    if (pending.Descriptor() == -1) {
-        return Poll(&wanted, 1, timeoutMs);
+    for (;;) {
+        t_state.bInterrupted = false;
+        const int result = Poll(&wanted, 1, deadline.MillisecondsLeft());
+        if (result != -1 || errno != EINTR) {
+            return result;
+        }
+        if (t_state.bInterrupted || HostMayEndBlockingCalls()) {
+            errno = EINTR;
+            return result;
+        }
     }
-    setMask(SIG_BLOCK, &interrupting, nullptr);
-    const int result = AwaitAsABlockingCall(wanted, pending.Descriptor(), open, interrupting, timeoutMs);
-    const int error = errno;
-    SetMask(before);
-    errno = error;
-    return result;
+}
+
+void KvEndSignals::NoteInterruption() {
+    t_state.bInterrupted = true;
 }
 
 // ThreadSanitizer hands a signal that comes in during pselect to its handler late, wherever the thread is then;

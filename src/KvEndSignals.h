@@ -45,10 +45,12 @@ public:
     /// Waits for one of `events` (see poll) on `descriptor`, up to `timeoutMs` milliseconds (-1: no limit), with
     /// the end signals open on a thread that has a wait window. 1; 0 after the time-out; -1 with errno.
     ///
-    /// It stands for a blocking call such as recv, so a signal does to it what it does to one: a handler
-    /// installed with SA_RESTART lets it go on, another handler ends it with EINTR. While no descriptor can be
-    /// made, every handler ends it.
+    /// It stands for a blocking call such as recv: a signal handler installed with SA_RESTART lets it go on,
+    /// another handler ends it with EINTR. A host that has handlers of both kinds for signals which this thread
+    /// does not block cannot be told which one came: there every handler of its own ends the wait.
     static int Await(int descriptor, short events, int timeoutMs);
+    /// For handlers of the library that return: the wait which they interrupted is to end. Async-signal-safe.
+    static void NoteInterruption();
 
     /// Lets a pending end signal in without waiting; for loops that might never wait.
     static void LetIn();

@@ -185,10 +185,13 @@ void KvconThread::StopSingleHandler(int) {
     sigdelset(&allButResume, SIGUSR2);
     std::atomic_ref(is_Suspend).store(true);
     sigsuspend(&allButResume);
+    KvEndSignals::NoteInterruption();
     errno = savedErrno;
 }
 
-void KvconThread::StartSingleHandler(int) {}
+void KvconThread::StartSingleHandler(int) {
+    KvEndSignals::NoteInterruption();
+}
 
 void KvconThread::EndThreadHandler(int) {
     KvEndSignals::EndThisThread();

@@ -111,7 +111,8 @@ protected:
                 return 1;
             }
             alarm(60);
-            std::ofstream(dir.file("unfinished")) << body();
+            const std::string text = body();
+            std::ofstream(dir.file("unfinished")) << text;
             std::rename(dir.file("unfinished").c_str(), output.c_str());
             return 2;  // nobody sees it: the starter has ended with another status
         });

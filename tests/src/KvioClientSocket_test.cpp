@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
+#include <sys/resource.h>
 
 #include "Descriptors.h"
 #include "KvconThread.h"
@@ -170,6 +171,22 @@ TEST_F(KvioClientSocketTest, UnknownTypeThrowsBeforeAnythingIsMade) {
     EXPECT_EQ(socket.GetSocket(), -1);
 }
 
+/// While it lives, no descriptor can be made.
+class NoMoreDescriptors {
+public:
+    NoMoreDescriptors() {
+        getrlimit(RLIMIT_NOFILE, &m_before);
+        const rlimit none{0, m_before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &m_before); }
+    NoMoreDescriptors(const NoMoreDescriptors&) = delete;
+    NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
+
+private:
+    rlimit m_before{};
+};
+
 class KvioClientSocketCreateTest
     : public KvioClientSocketTest,
       public ::testing::WithParamInterface<std::pair<KvioSocket::SocketType, int>> {};
@@ -178,7 +195,7 @@ TEST_P(KvioClientSocketCreateTest, SocketThatCannotBeMadeThrowsTheLineOfItsType)
     const auto [type, line] = GetParam();
     std::string failure;
     {
-        const kvtest::NoMoreDescriptors full;
+        const NoMoreDescriptors full;
         failure = FailureOf("127.0.0.1", 25, type);
     }
     EXPECT_EQ(failure, "Exception raised! IO path[127.0.0.1:25] File[../src/KvioClientSocket] Line[" +

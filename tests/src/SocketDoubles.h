@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -60,22 +59,6 @@ inline bool BecomesReady(int descriptor, short events, std::chrono::milliseconds
     pollfd entry{descriptor, events, 0};
     return poll(&entry, 1, static_cast<int>(bound.count())) == 1;
 }
-
-/// While it lives, no descriptor can be made.
-class NoMoreDescriptors {
-public:
-    NoMoreDescriptors() {
-        getrlimit(RLIMIT_NOFILE, &m_before);
-        const rlimit none{0, m_before.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &none);
-    }
-    ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &m_before); }
-    NoMoreDescriptors(const NoMoreDescriptors&) = delete;
-    NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
-
-private:
-    rlimit m_before{};
-};
 
 /// Sends everything; false when that failed or took longer than the bound.
 inline bool SendText(int descriptor, const std::string& text) {
