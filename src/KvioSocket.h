@@ -15,7 +15,9 @@
 /// fails stores nothing: the buffer then holds what the caller had put there.
 ///
 /// A wait here never ends by itself unless it was given a time-out, but a worker of the thread pool can be
-/// ended in every one of them (see KvEndSignals). No operation raises SIGPIPE.
+/// ended in every one of them (see KvEndSignals). No operation raises SIGPIPE. Every signal handler ends a wait
+/// with a time-out and Wait; the others go on after a handler installed with SA_RESTART (see
+/// KvEndSignals::Await) and fail after another.
 ///
 /// Member and slot order are fixed: hosts are compiled against them.
 class KvioSocket : public Kvobject {
