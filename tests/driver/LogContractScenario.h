@@ -85,14 +85,10 @@ public:
         EXPECT_TRUE(m_queue.eachReturnedOnce());
     }
 
-    /// What the thread that made this object has logged.
-    Strings hostThreadLines() const {
-        return linesWhere([](pthread_t thread) { return pthread_equal(thread, pthread_self()) != 0; });
-    }
+    /// What the thread that asks has logged: the one that ran the scenario.
+    Strings hostThreadLines() const { return LinesLogged(m_log, true, placeholders()); }
     /// What all others have logged. Only one worker is ever there; a second one would spoil the order.
-    Strings workerLines() const {
-        return linesWhere([](pthread_t thread) { return pthread_equal(thread, pthread_self()) == 0; });
-    }
+    Strings workerLines() const { return LinesLogged(m_log, false, placeholders()); }
 
 private:
     void scriptServers() {
@@ -184,16 +180,8 @@ private:
             "Leaving KvSmartAsynProtocolDriverMultiThreaded::ReleaseConnToCache() with ", n));
     }
 
-    Strings linesWhere(const std::function<bool(pthread_t)>& isChosen) const {
-        const Placeholders placeholders{
-            {m_north.address(), "$NORTH"}, {m_south.address(), "$SOUTH"}, {m_lost.address(), "$LOST"}};
-        Strings lines;
-        for (const LogEntry& entry : m_log.entries()) {
-            if (isChosen(entry.thread)) {
-                lines.push_back(ListingLine(entry, placeholders));
-            }
-        }
-        return lines;
+    Placeholders placeholders() const {
+        return {{m_north.address(), "$NORTH"}, {m_south.address(), "$SOUTH"}, {m_lost.address(), "$LOST"}};
     }
 
     static SmtpServerOptions Options(const std::string& name, const std::string& mechanism,

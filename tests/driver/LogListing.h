@@ -1,6 +1,10 @@
 #pragma once
 
+#include <gtest/gtest.h>
+#include <pthread.h>
+
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <string>
 #include <utility>
@@ -43,13 +47,17 @@ inline std::string RepeatLines(int first, int last, const std::string& lines) {
 /// The name of a source in listings. Unknown sources, and lines without a number, are shown as they are.
 inline std::string OriginOf(const LogEntry& entry) {
     static const std::map<std::string, std::string> files{
-        {kSessionSource, "session"}, {kPoolSource, "pool"},           {kDelegateSource, "delegate"},
-        {kSmtpSource, "smtp"},       {kDispatcherSource, "dispatch"},
+        {kSessionSource, "session"},     {kPoolSource, "pool"},
+        {kDelegateSource, "delegate"},   {kSmtpSource, "smtp"},
+        {kDispatcherSource, "dispatch"}, {"../system/src/KvEmailDriver", "engine"},
     };
-    // The socket's lines have a fixed number.
+    // The sockets' lines have fixed numbers. Inside TLS a text that goes out whole has one of its own.
     static const std::map<std::pair<std::string, int>, std::string> places{
         {{"../src/KvioSocket", 174}, "sent"},
         {{"../src/KvioSocket", 226}, "received"},
+        {{"../src/KvioSSLClientSocket", 303}, "sent*"},
+        {{"../src/KvioSSLClientSocket", 326}, "text*"},
+        {{"../src/KvioSSLClientSocket", 284}, "recvd*"},
     };
     if (const auto place = places.find({entry.file, entry.line}); place != places.end()) {
         return place->second;
@@ -74,6 +82,17 @@ inline std::string ListingLine(const LogEntry& entry, const Placeholders& placeh
         text = ReplaceAll(text, volatilePart, name);
     }
     return InColumn(NameOf(entry.severity), 8) + InColumn(OriginOf(entry), 9) + text;
+}
+
+/// What this thread has logged, or what all others have, in order.
+inline Strings LinesLogged(const RecordingLog& log, bool byThisThread, const Placeholders& placeholders) {
+    Strings lines;
+    for (const LogEntry& entry : log.entries()) {
+        if ((pthread_equal(entry.thread, pthread_self()) != 0) == byThisThread) {
+            lines.push_back(ListingLine(entry, placeholders));
+        }
+    }
+    return lines;
 }
 
 /// The lines of a listing, without what is there for the reader only.
