@@ -62,7 +62,7 @@ int Kvsystem(const std::string& path, const std::vector<std::string>& args) {
 }
 
 // Half a command may do something else than the whole one: it is not run.
-void systemEx(const char* format, ...) {
+void systemEx(char* format, ...) {
     std::array<char, kCommandBufferSize> command{};
     va_list arguments;
     va_start(arguments, format);

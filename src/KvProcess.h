@@ -24,7 +24,7 @@ int Kvsystem(const std::string& command);
 int Kvsystem(const std::string& path, const std::vector<std::string>& args);
 
 /// Formats a shell command of at most 1023 characters and runs it; a longer one is not run. Its result is lost.
-[[gnu::format(printf, 1, 2)]] void systemEx(const char* format, ...);
+[[gnu::format(printf, 1, 2)]] void systemEx(char* format, ...);
 
 /// Goes on as a daemon: a process of its own session that leads no session and has no terminal. The processes
 /// that the caller was before end with status 0. `changeDir` makes "/" the working directory; `closeFiles`

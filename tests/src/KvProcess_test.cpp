@@ -82,21 +82,24 @@ TEST_F(KvProcessTest, AProgramThatCannotBeWaitedForAnswersMinusOne) {
 }
 
 TEST_F(KvProcessTest, AFormattedCommandIsRun) {
-    systemEx("echo %s %d > %s", "number", 7, output.c_str());
+    char format[] = "echo %s %d > %s";
+    systemEx(format, "number", 7, output.c_str());
     EXPECT_EQ(ContentOf(output), "number 7\n");
 }
 
 TEST_F(KvProcessTest, AFormattedCommandOf1023CharactersIsRun) {
     std::string command = "echo run > " + output + " #";
     command.resize(1023, 'x');
-    systemEx("%s", command.c_str());
+    char format[] = "%s";
+    systemEx(format, command.c_str());
     EXPECT_EQ(ContentOf(output), "run\n");
 }
 
 TEST_F(KvProcessTest, ALongerFormattedCommandIsNotRun) {
     std::string command = "echo run > " + output + " #";
     command.resize(1024, 'x');
-    systemEx("%s", command.c_str());
+    char format[] = "%s";
+    systemEx(format, command.c_str());
     EXPECT_FALSE(FileExists(output));
 }
 
