@@ -40,6 +40,14 @@ std::string KvulongToStr(unsigned long value) {
     return KvDescribe("%u", static_cast<unsigned int>(static_cast<std::uint32_t>(value)));
 }
 
+std::string KvdblToStr(double value) {
+    return KvDescribe("%f", value);
+}
+
+std::string KvdblToStr(double value, int decimals) {
+    return KvDescribe("%.*f", decimals, value);
+}
+
 int KvdeduceDataType(const std::string& text) {
     if (text.empty() || !MayBeginANumber(text[0])) {
         return TYPE_TEXT;
@@ -73,4 +81,10 @@ int KvHexStrToBytes(const std::string& hex, unsigned char* out, int outSize) {
         out[i] = static_cast<unsigned char>(std::strtoul(pair.c_str(), nullptr, 16));
     }
     return count;
+}
+
+std::vector<unsigned char> KvHexStrToBytes(const std::string& hex, int& count) {
+    std::vector<unsigned char> bytes(hex.size() / 2);
+    count = KvHexStrToBytes(hex, bytes.data(), static_cast<int>(bytes.size()));
+    return bytes;
 }

@@ -1,28 +1,17 @@
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 
 #include "KvString.h"
+#include "KvStringCharacters.h"
 
 namespace {
 
 constexpr std::size_t kMostPieces = 255;
 
-bool IsSpace(char c) {
-    return std::isspace(static_cast<unsigned char>(c)) != 0;
-}
-
-char ToUpper(char c) {
-    return static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-}
-
-std::string UpperCased(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), ToUpper);
-    return text;
-}
-
 std::string WithSpacesCollapsed(std::string text) {
-    const auto bothSpaces = [](char left, char right) { return IsSpace(left) && IsSpace(right); };
+    const auto bothSpaces = [](char left, char right) {
+        return KvstringIsSpace(left) && KvstringIsSpace(right);
+    };
     text.erase(std::unique(text.begin(), text.end(), bothSpaces), text.end());
     return text;
 }
@@ -52,9 +41,9 @@ bool KvstrContainPattern(const char* text, const char* pattern, bool collapseSpa
     if (pattern == nullptr || std::strcmp(pattern, "*") == 0) {
         return true;
     }
-    std::string wanted = UpperCased(pattern);
+    std::string wanted = KvstringUpperCase(pattern);
     KvstringTrimRight(wanted, "");
-    const std::string searched = collapseSpaces ? WithSpacesCollapsed(UpperCased(text)) : text;
+    const std::string searched = collapseSpaces ? WithSpacesCollapsed(KvstringUpperCase(text)) : text;
 
     std::vector<std::string> pieces;
     KvstringTokenize(wanted, "*", pieces);

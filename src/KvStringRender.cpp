@@ -1,6 +1,8 @@
 #include <cctype>
 #include <cstdio>
 
+#include "KvCoreHelpers.h"
+#include "KvDescribe.h"
 #include "KvString.h"
 
 namespace {
@@ -41,6 +43,29 @@ bool IsPrintableOrSpace(int c) {
     return c >= 0 && c <= 255 && (std::isprint(c) != 0 || std::isspace(c) != 0);
 }
 
+std::string NameOf(int c) {
+    if (HasName(c)) {
+        return std::string("<") + kControlNames[c] + ">";
+    }
+    return IsPrintableOrSpace(c) ? std::string(1, static_cast<char>(c))
+                                 : KvDescribe("<%x>", static_cast<unsigned int>(c));
+}
+
+/// The only code that NameOf() may render as `name`.
+int CodeThatMayBe(const std::string& name) {
+    for (int code = 0; HasName(code); ++code) {
+        if (NameOf(code) == name) {
+            return code;
+        }
+    }
+    if (name.size() == 1) {
+        return static_cast<unsigned char>(name[0]);
+    }
+    unsigned int code = 0;
+    std::sscanf(name.c_str(), "<%8x>", &code);
+    return static_cast<int>(code);
+}
+
 }  // namespace
 
 std::string KvstringEscapeString(unsigned char* data, int len) {
@@ -57,12 +82,20 @@ std::string KvstringEscapeString(unsigned char* data, int len) {
 
 const char* KvstringConvertAsciiToStr(int c) {
     static char name[256];
-    if (HasName(c)) {
-        std::snprintf(name, sizeof(name), "<%s>", kControlNames[c]);
-    } else if (IsPrintableOrSpace(c)) {
-        std::snprintf(name, sizeof(name), "%c", c);
-    } else {
-        std::snprintf(name, sizeof(name), "<%x>", static_cast<unsigned int>(c));
-    }
+    std::snprintf(name, sizeof(name), "%s", NameOf(c).c_str());
     return name;
+}
+
+int KvstringConvertStrToAscii(const std::string& name) {
+    const int code = CodeThatMayBe(name);
+    return NameOf(code) == name ? code : -1;
+}
+
+std::string KvstringSafeString(const std::string& text) {
+    std::string copy = text;
+    return KvstringSafeByteString(copy.data(), static_cast<int>(copy.size()));
+}
+
+std::string KvstringEscapePrintfString(const std::string& text) {
+    return KvstringReplaceStr(text, "%", "%%");
 }

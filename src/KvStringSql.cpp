@@ -69,6 +69,14 @@ std::string KvstringSQLFilterEncode(int value) {
     return value == 0 ? kMatchAnything : KvstringSQLEncode(value);
 }
 
+std::string KvstringSQLFilterEncode(unsigned int value) {
+    return value == 0 ? kMatchAnything : KvstringSQLEncode(value);
+}
+
+std::string KvstringSQLFilterEncode(unsigned long value) {
+    return value == 0 ? kMatchAnything : KvstringSQLEncode(value);
+}
+
 std::string KvstringSQLFilterEncode(float value) {
     return KvstringSQLFilterEncode(static_cast<double>(value));
 }

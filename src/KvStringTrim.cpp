@@ -1,15 +1,10 @@
 #include <algorithm>
-#include <cctype>
-#include <cstdio>
 #include <cstring>
 
 #include "KvString.h"
+#include "KvStringCharacters.h"
 
 namespace {
-
-bool IsSpace(char c) {
-    return std::isspace(static_cast<unsigned char>(c)) != 0;
-}
 
 bool IsSpaceOrTab(char c) {
     return c == ' ' || c == '\t';
@@ -38,7 +33,7 @@ class TrimmedBy {
 public:
     explicit TrimmedBy(const std::string& chars) : m_strChars(chars) {}
     bool operator()(char c) const {
-        return m_strChars.empty() ? IsSpace(c) : m_strChars.find(c) != std::string::npos;
+        return m_strChars.empty() ? KvstringIsSpace(c) : m_strChars.find(c) != std::string::npos;
     }
 
 private:
@@ -48,11 +43,11 @@ private:
 }  // namespace
 
 void KvstringTrimRight(char* text) {
-    TrimRight(text, IsSpace);
+    TrimRight(text, KvstringIsSpace);
 }
 
 void KvstringTrimLeft(char* text) {
-    TrimLeft(text, IsSpace);
+    TrimLeft(text, KvstringIsSpace);
 }
 
 void KvstringTrim(char* text) {
@@ -83,15 +78,4 @@ std::string KvstringTrimLeft(std::string& text, const std::string& chars) {
 std::string KvstringTrim(std::string& text, const std::string& chars) {
     KvstringTrimRight(text, chars);
     return KvstringTrimLeft(text, chars);
-}
-
-const char* GetFileName(const char* path) {
-    const char* slash = std::strrchr(path, '/');
-    return slash == nullptr ? path : slash + 1;
-}
-
-void KvstringCreatePath(char* out, char* dir, char* name) {
-    const std::size_t length = std::strlen(dir);
-    const bool endsInSlash = length > 0 && dir[length - 1] == '/';
-    std::sprintf(out, endsInSlash ? "%s%s" : "%s/%s", dir, name);
 }

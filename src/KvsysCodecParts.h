@@ -2,8 +2,8 @@
 
 #include <string>
 
-// What the codec's source files share. Immutable: pure functions of their arguments. Not for use outside the
-// codec.
+// What the source files of the codec and KvstringReplaceStr() share. Immutable: pure functions of their
+// arguments. Not for use outside this folder.
 
 /// `text` with every `what`, taken from the left without overlaps, replaced by `with`. REQUIRES: `what` not
 /// empty.

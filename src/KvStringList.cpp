@@ -1,24 +1,7 @@
-#include "KvString.h"
-
 #include <strings.h>
 #include <cstring>
 
-void findandreplace(std::string& text, const std::string& what, const std::string& with) {
-    // `done` never holds `what`, so the leftmost occurrence is the first that it ends with. The characters to
-    // come lie in `pending`, the next one last; a replacement goes there, to be looked at with its
-    // neighbours.
-    std::string done;
-    std::string pending(text.rbegin(), text.rend());
-    while (!pending.empty()) {
-        done += pending.back();
-        pending.pop_back();
-        if (done.ends_with(what)) {
-            done.resize(done.size() - what.size());
-            pending.append(with.rbegin(), with.rend());
-        }
-    }
-    text = std::move(done);
-}
+#include "KvString.h"
 
 void KvstringTokenize(const std::string& text, const std::string& delimiters, std::vector<std::string>& out) {
     out.clear();
@@ -44,6 +27,32 @@ void KvstringSplitString(const std::string& text, char separator, std::vector<st
     if (begin < text.size()) {
         out.push_back(text.substr(begin));
     }
+}
+
+char* KvstringSafeStrTok(char* text, const char* delimiters, char** rest) {
+    return strtok_r(text, delimiters, rest);
+}
+
+std::string KvstringNStrTok(const std::string& text, const std::string& delimiters, unsigned int index) {
+    std::vector<std::string> tokens;
+    KvstringTokenize(text, delimiters, tokens);
+    return index < tokens.size() ? tokens[index] : "";
+}
+
+std::string KvstringJoin(const std::vector<std::string>& parts, const std::string& separator) {
+    std::string result;
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        result += i == 0 ? parts[i] : separator + parts[i];
+    }
+    return result;
+}
+
+std::vector<std::string> BuildStringVector(const char* const* texts) {
+    std::vector<std::string> result;
+    for (; *texts != nullptr; ++texts) {
+        result.emplace_back(*texts);
+    }
+    return result;
 }
 
 int KvFind(std::vector<std::string> list, const char* text) {
