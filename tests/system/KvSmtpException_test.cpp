@@ -71,9 +71,9 @@ TEST(KvSmtpExceptionTest, BothKindsOfConstructionSetTheKindTo5) {
 
 TEST(KvSmtpExceptionTest, SetErrorReplacesCodeAndTextAndLeavesTheKind) {
     KvSmtpException error("550 text");
-    error.SetError(801, "Missing SMTP Server Address");
+    error.SetError(801, "other text");
     EXPECT_EQ(error.m_nError, 801);
-    EXPECT_EQ(error.m_strError, "Missing SMTP Server Address");
+    EXPECT_EQ(error.m_strError, "other text");
     EXPECT_EQ(error.m_nKind, 5);
 }
 
