@@ -5,14 +5,15 @@
 #include "KvSmtpException.h"
 #include "KvioException.h"
 #include "driver/SmtpDoubles.h"
-#include "driver_faults/EngineClose.h"
+#include "driver_faults/EngineCalls.h"
 
 namespace {
 
+using kvtest::EngineCall;
 using kvtest::EngineOf;
 using kvtest::FileShelf;
 using kvtest::HostDoubles;
-using kvtest::InterceptedClose;
+using kvtest::InterceptedCall;
 using kvtest::kSmtpSource;
 using kvtest::KvConn;
 using kvtest::LinesFrom;
@@ -37,9 +38,25 @@ protected:
     KvConn m_conn;
 };
 
+TEST_F(KvSMTPDriverFaultTest, AnSmtpErrorOfTheTestIsLoggedWithItsTextAndFailsIt) {
+    const InterceptedCall testing(EngineCall::IsAlive, [] { throw KvSmtpException(421, "Closing down"); });
+    EXPECT_FALSE(m_driver.TestConnection(m_conn));
+    EXPECT_EQ(LinesFrom(m_host.log, kSmtpSource),
+              (Strings{"trace: Entering KvSMTPDriver::TestConnection", "error: Error: Closing down",
+                       "trace: Leaving KvSMTPDriver::TestConnection with return value = 'false'"}));
+}
+
+TEST_F(KvSMTPDriverFaultTest, AnotherErrorOfTheTestIsAnUnknownErrorWithACapitalOAndFailsIt) {
+    const InterceptedCall testing(EngineCall::IsAlive, [] { throw KvioException("mx1:25", "Lost"); });
+    EXPECT_FALSE(m_driver.TestConnection(m_conn));
+    EXPECT_EQ(LinesFrom(m_host.log, kSmtpSource),
+              (Strings{"trace: Entering KvSMTPDriver::TestConnection", "error: Unknown error Occurred.",
+                       "trace: Leaving KvSMTPDriver::TestConnection with return value = 'false'"}));
+}
+
 TEST_F(KvSMTPDriverFaultTest, AnSmtpErrorOfCloseIsLoggedWithItsTextAndTheEngineStays) {
     {
-        const InterceptedClose closing([] { throw KvSmtpException(421, "Closing down"); });
+        const InterceptedCall closing(EngineCall::Close, [] { throw KvSmtpException(421, "Closing down"); });
         EXPECT_FALSE(m_driver.CloseConnection(m_conn));
     }
     EXPECT_EQ(LinesFrom(m_host.log, kSmtpSource),
@@ -50,7 +67,7 @@ TEST_F(KvSMTPDriverFaultTest, AnSmtpErrorOfCloseIsLoggedWithItsTextAndTheEngineS
 
 TEST_F(KvSMTPDriverFaultTest, AnotherErrorOfCloseIsAnUnknownErrorWithASmallOAndTheEngineStays) {
     {
-        const InterceptedClose closing([] { throw KvioException("mx1:25", "Lost"); });
+        const InterceptedCall closing(EngineCall::Close, [] { throw KvioException("mx1:25", "Lost"); });
         EXPECT_FALSE(m_driver.CloseConnection(m_conn));
     }
     EXPECT_EQ(LinesFrom(m_host.log, kSmtpSource),
