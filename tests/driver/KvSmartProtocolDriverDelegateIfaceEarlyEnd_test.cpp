@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pthread.h>
@@ -41,6 +42,14 @@ protected:
         }
     }
     void ExpectEveryFileBackOnce() { EXPECT_TRUE(m_host.queue.eachReturnedOnce()); }
+    /// The pool's failure stands in the driver's log.
+    void ExpectPoolFailureLogged(const std::string& message) {
+        EXPECT_THAT(kvtest::NotesFrom(m_host.log, kvtest::kPoolSource),
+                    testing::Contains(
+                        testing::MatchesRegex("error: Error: Exception raised! ThreadID\\[-?[0-9]+\\] "
+                                              "File\\[../src/KvconThreadPool\\] Line\\[[0-9]+\\] Msg\\[" +
+                                              message + "\\] SysMsg\\[.*\\]")));
+    }
     void ExpectNoConnectionLeft() {
         EXPECT_EQ(m_driver.m_nTotalConnections, 0U);
         EXPECT_EQ(m_driver.IdleCount("1"), 0U);
@@ -131,6 +140,7 @@ TEST_F(KvSmartProtocolDriverDelegateIfaceEarlyEndTest, APoolThatIsStoppingHasThe
     EXPECT_TRUE(m_driver.PeriodicEvent());
     EXPECT_EQ(Returns(), (Strings{"A_1" + kFailed, "A_2" + kFailed, "A_3" + kFailed, "B_1" + kFailed}));
     EXPECT_EQ(m_script.deleted, 1);
+    ExpectPoolFailureLogged("Thread Pool Is Stopping");
     EXPECT_EQ(m_driver.IdleCount("1"), 1U);
     EXPECT_EQ(TryLockOnAnotherThread(*m_driver.m_pLock), KvconLock::LOCK_ACQUIRED);
 }
@@ -166,6 +176,7 @@ TEST_F(KvSmartProtocolDriverDelegateIfaceEarlyEndTest, AWorkerThatCannotBeMadeHa
     }
     EXPECT_EQ(Returns(), (Strings{"A_1" + kFailed, "A_2" + kFailed, "A_3" + kFailed, "B_1" + kFailed}));
     EXPECT_EQ(m_script.deleted, 1);
+    ExpectPoolFailureLogged("Create Thread Failed");
     EXPECT_EQ(m_driver.IdleCount("1"), 1U);
 }
 
