@@ -86,8 +86,15 @@ struct Result {
     std::string error;
 };
 
+/// Libraries that are not installed in this system are found through the run path of the build, which installed files do
+/// not have.
+ChildProcess::Input WithLibrariesOfTheBuild() {
+    const std::string path = KV_LIBRARY_PATH;
+    return path.empty() ? ChildProcess::Input{} : ChildProcess::Input{"", {{"LD_LIBRARY_PATH", path}}};
+}
+
 Result RunProgram(const std::vector<std::string>& command) {
-    ChildProcess program(command, {});
+    ChildProcess program(command, WithLibrariesOfTheBuild());
     const int status = program.Wait();
     return {status, program.Output(), program.Error()};
 }
@@ -144,7 +151,8 @@ TEST(MinimalHostTest, AStopSignalDoesNotTearItAwayFromTheMessageUnderWay) {
     kvtest::Gate gate;
     kvtest::ScriptedSmtpServer server;
     server.on(kvtest::step::Greeting).reply(kvtest::Reply("554 closed\r\n").heldBy(gate));
-    ChildProcess host({KV_MINIMAL_HOST, kPlugin, server.address(), "ops@example.org"}, {});
+    ChildProcess host({KV_MINIMAL_HOST, kPlugin, server.address(), "ops@example.org"},
+                      WithLibrariesOfTheBuild());
     ASSERT_TRUE(server.waitForConnections(1));
     host.Signal(SIGTERM);
     gate.open();
