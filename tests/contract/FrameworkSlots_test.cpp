@@ -1,5 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <list>
+#include <map>
+#include <string>
+#include <vector>
+
 #include "KvSmartProtocolDriverDelegateIface.h"
 #include "contract/Abi.h"
 #include "contract/Calls.h"

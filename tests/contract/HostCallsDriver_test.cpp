@@ -1,5 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "KvProtocolDriverInterface.h"
 #include "contract/Abi.h"
 #include "contract/Calls.h"
