@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/select.h>
 #include <unistd.h>
 
 #include <array>
@@ -184,6 +185,7 @@ pid_t __real_setsid();
 [[noreturn]] void __real__exit(int);
 FILE* __real_popen(const char*, const char*);
 int __real_close_range(unsigned int, unsigned int, int);
+int __real_pselect(int, fd_set*, fd_set*, fd_set*, const timespec*, const sigset_t*);
 
 int __wrap_pthread_create(pthread_t* id, const pthread_attr_t* attributes, void* (*routine)(void*),
                           void* argument) {
@@ -310,6 +312,16 @@ FILE* __wrap_popen(const char* command, const char* mode) {
 int __wrap_close_range(unsigned int first, unsigned int last, int flags) {
     const auto answer = Ask(SystemCall::RangeClose, {.number = static_cast<long>(first)});
     return answer ? MinusOneWithErrno(*answer) : __real_close_range(first, last, flags);
+}
+
+int __wrap_pselect(int limit, fd_set* reads, fd_set* writes, fd_set* exceptions, const timespec* timeout,
+                   const sigset_t* mask) {
+    const bool limited = timeout != nullptr;
+    const auto answer =
+        Ask(SystemCall::Select,
+            {.object = nullptr, .number = limited ? 1 : 0, .deadline = limited ? *timeout : timespec{}});
+    return answer ? MinusOneWithErrno(*answer)
+                  : __real_pselect(limit, reads, writes, exceptions, timeout, mask);
 }
 
 }  // extern "C"

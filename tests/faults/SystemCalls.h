@@ -40,6 +40,7 @@ enum class SystemCall {
     ProcessExit,         ///< _exit; number: the status. No answer is heeded
     PipeOpen,            ///< popen; object: the command
     RangeClose,          ///< close_range; number: the first descriptor
+    Select,              ///< pselect; number: 1 with a time-out, which is the deadline then, else 0
     Count
 };
 

@@ -161,6 +161,24 @@ TEST(KvconEventTest, TimedOutWaitLeavesTheEventUsable) {
     EXPECT_EQ(event.Wait(1), 16);
 }
 
+TEST(KvconEventTest, ResetFlagIsSetFromTheStartAndNothingClearsIt) {
+    class ShowingEvent : public KvconEvent {
+    public:
+        using KvconEvent::KvconEvent;
+        bool ResetFlag() const { return m_bReset; }
+    };
+    for (const bool manual : {false, true}) {
+        ShowingEvent event(manual);
+        EXPECT_TRUE(event.ResetFlag());
+        event.Broadcast();
+        EXPECT_TRUE(event.ResetFlag());
+        event.Wait(0);
+        EXPECT_TRUE(event.ResetFlag());
+        event.Reset();
+        EXPECT_TRUE(event.ResetFlag());
+    }
+}
+
 TEST(KvconEventTest, PingPongBetweenTwoAutoResetEventsLosesNoSignal) {
     KvconEvent there;
     KvconEvent back;

@@ -364,6 +364,17 @@ TEST(KvconThreadPoolTest, CallingThreadIsRunning) {
     EXPECT_TRUE(pool.IsThreadRunning(pthread_self()));
 }
 
+TEST(KvconThreadPoolTest, DestructionLeavesWaitingWorkUndeleted) {
+    WorkLog log;
+    LoggedWork work(log);
+    {
+        KvconThreadPool pool;
+        pool.AddWork(&work);
+    }
+    EXPECT_EQ(log.started, 0);
+    EXPECT_EQ(log.deleted, 0);
+}
+
 TEST(KvconThreadPoolTest, WorkMayQueueMoreWork) {
     TidyPool pool(1);
     WorkLog log;

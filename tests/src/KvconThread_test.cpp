@@ -284,6 +284,33 @@ TEST_F(KvconThreadTest, KillEndsTheThreadAndTheObjectKeepsTheId) {
     EXPECT_EQ(log.deleted, 0);
 }
 
+TEST_F(KvconThreadTest, KilledObjectStartsNoOtherThread) {
+    Latch started;
+    WorkLog log;
+    LoggedWork work(log, [&] { kvtest::HangUntilEnded(started); });
+    WorkLog ignored;
+    LoggedWork next(ignored);
+    KvconThread thread;
+    thread.Run(&work);
+    ASSERT_TRUE(started.Wait());
+    const pthread_t id = thread.GetThreadID();
+    thread.Kill();
+    KvThreadRegistry::WaitUntilGone(id);
+    thread.Run(&next);
+    EXPECT_EQ(thread.GetThreadID(), id);
+    EXPECT_EQ(ignored.started, 0);
+}
+
+TEST_F(KvconThreadTest, EndSignalsEndTheThreadThatReceivesThemAndNotTheProcess) {
+    for (const int signal : {SIGQUIT, SIGTERM}) {
+        Latch hanging;
+        std::thread stranger([&] { kvtest::HangUntilEnded(hanging); });
+        EXPECT_TRUE(hanging.Wait());
+        EXPECT_EQ(pthread_kill(stranger.native_handle(), signal), 0);
+        stranger.join();
+    }
+}
+
 TEST_F(KvconThreadTest, ControlOfAThreadThatHasEndedThrowsAndNeverCrashes) {
     WorkLog log;
     for (int i = 0; i < 300; ++i) {

@@ -353,6 +353,14 @@ TEST_F(KvioSocketTest, ReadThrowsWhenThePeerHasClosed) {
     EXPECT_EQ(status, KvioSocket::SOCKET_ERROR);
 }
 
+TEST_F(KvioSocketTest, ReadOfAClosedConnectionReportsTheErrnoFromBefore) {
+    pair.peer.reset();
+    errno = EACCES;
+    EXPECT_EQ(IoFailureOf([&] { socket.Read(Bytes(buffer), 1, 20000, status); }),
+              "Exception raised! IO path[mail.example:25] File[../src/KvioSocket] Line[215] "
+              "Msg[Socket is closed] SysMsg[Permission denied]");
+}
+
 TEST_F(KvioSocketTest, ReadThatHadToWaitForTheEndReportsNoSystemError) {
     auto reading = std::async(std::launch::async, [&] {
         errno = 0;

@@ -1,5 +1,6 @@
 #include "KvsystemResource.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -36,6 +37,18 @@ private:
 long OpenDescriptors() {
     const std::filesystem::directory_iterator descriptors("/proc/self/fd");
     return std::distance(begin(descriptors), end(descriptors));
+}
+
+/// A descriptor that is open on `path`; -1 when there is none.
+int DescriptorOf(const std::string& path) {
+    const auto meant = std::filesystem::canonical(path);
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        if (std::filesystem::read_symlink(entry, gone) == meant) {
+            return std::stoi(entry.path().filename());
+        }
+    }
+    return -1;
 }
 
 /// The text of the std::out_of_range that loading `path` throws.
@@ -128,6 +141,18 @@ TEST(KvsystemResourceDeathTest, TheFileStaysOpenAfterAShortEntry) {
             const long before = OpenDescriptors();
             EXPECT_THROW(resource.Load(file.Path()), std::out_of_range);
             std::_Exit(static_cast<int>(OpenDescriptors() - before));
+        },
+        ExitedWithCode(1), "");
+}
+
+TEST(KvsystemResourceDeathTest, TheFileThatStaysOpenIsClosedInOtherPrograms) {
+    const TemporaryFile file(" short\n");
+    EXPECT_EXIT(
+        {
+            KvsystemResource resource;
+            EXPECT_THROW(resource.Load(file.Path()), std::out_of_range);
+            const int left = DescriptorOf(file.Path());
+            std::_Exit(left != -1 && fcntl(left, F_GETFD) == FD_CLOEXEC ? 1 : 0);
         },
         ExitedWithCode(1), "");
 }

@@ -58,6 +58,18 @@ std::string SummerTime(int firstDay, int lastDay) {
     return "STD-1DST," + DayOfYear(firstDay) + "," + DayOfYear(lastDay);
 }
 
+// The C library answers localtime and gmtime from one buffer for the whole process, which the host may be reading.
+TEST(KvEmailDriverDateTest, CalendarTimeThatTheProcessHoldsIsLeftAlone) {
+    const TimeZone zone("EET-2");
+    const time_t longAgo = 86400L * 365 * 2;
+    const tm* const held = gmtime(&longAgo);
+    ASSERT_NE(held, nullptr);
+    DateNow();
+    EXPECT_EQ(held->tm_year, 72);
+    EXPECT_EQ(held->tm_mon, 0);
+    EXPECT_EQ(held->tm_mday, 1);
+}
+
 TEST(KvEmailDriverDateTest, AZoneTwoHoursEastOfUtcEndsInPlus0200) {
     const TimeZone zone("EET-2");
     EXPECT_THAT(DateNow(), EndsWith(" +0200"));
