@@ -163,6 +163,7 @@ extern "C" {
 
 int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
 int __real_pthread_detach(pthread_t);
+int __real_pthread_kill(pthread_t, int);
 int __real_pthread_mutex_init(pthread_mutex_t*, const pthread_mutexattr_t*);
 int __real_pthread_mutex_lock(pthread_mutex_t*);
 int __real_pthread_mutex_trylock(pthread_mutex_t*);
@@ -196,6 +197,11 @@ int __wrap_pthread_create(pthread_t* id, const pthread_attr_t* attributes, void*
 int __wrap_pthread_detach(pthread_t id) {
     const auto answer = Ask(SystemCall::ThreadDetach, {});
     return answer ? *answer : __real_pthread_detach(id);
+}
+
+int __wrap_pthread_kill(pthread_t id, int signal) {
+    const auto answer = Ask(SystemCall::ThreadKill, {.number = signal});
+    return answer ? *answer : __real_pthread_kill(id, signal);
 }
 
 int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {

@@ -18,6 +18,7 @@ namespace kvtest {
 enum class SystemCall {
     ThreadCreate,        ///< pthread_create
     ThreadDetach,        ///< pthread_detach; object: none
+    ThreadKill,          ///< pthread_kill; number: the signal
     MutexInit,           ///< pthread_mutex_init; object: the mutex
     MutexLock,           ///< pthread_mutex_lock
     MutexTryLock,        ///< pthread_mutex_trylock

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "KvioSSLClientSocket.h"
+#include "TempDir.h"
 #include "TestCertificates.h"
 #include "src/SocketDoubles.h"
 #include "src/TlsPeer.h"
@@ -101,6 +102,67 @@ TEST_F(KvioSSLClientSocketHabitsTest, OnlyFourBytesOfTheHundredNumbersReachOpenS
 
 TEST_F(KvioSSLClientSocketHabitsTest, NameOfTheServersCertificateIsNotComparedWithTheHost) {
     StartTls([](TlsConnection& client) { client.AwaitEnd(); }, {.certificate = certificates.client()});
+}
+
+// --- the floor of the versions ---
+
+class ShowingSocket : public KvioSSLClientSocket {
+public:
+    long Floor() const { return m_pSSL == nullptr ? -1 : SSL_get_min_proto_version(m_pSSL); }
+};
+
+/// Ends this process: with 0 when a socket that was started has that floor.
+[[noreturn]] void ExitIfFloorIs(long expected, const std::string& caFile) {
+    ShowingSocket socket;
+    socket.m_strCAFile = caFile;
+    EXPECT_THROW(socket.StartSSL(), KvioException);  // in the handshake, behind the settings
+    std::exit(socket.Floor() == expected ? 0 : 1);
+}
+
+/// What OpenSSL reads as the system's configuration in processes that are started meanwhile.
+class SystemPolicy {
+public:
+    explicit SystemPolicy(const std::string& file) {
+        if (const char* const before = std::getenv(kName)) {
+            m_before = before;
+        }
+        setenv(kName, file.c_str(), 1);
+    }
+    ~SystemPolicy() {
+        if (m_before) {
+            setenv(kName, m_before->c_str(), 1);
+        } else {
+            unsetenv(kName);
+        }
+    }
+    SystemPolicy(const SystemPolicy&) = delete;
+    SystemPolicy& operator=(const SystemPolicy&) = delete;
+
+private:
+    static constexpr const char* kName = "OPENSSL_CONF";
+    std::optional<std::string> m_before;
+};
+
+/// A configuration that allows nothing below TLS 1.2; removed at the end of the process.
+std::string PolicyOfTls12() {
+    static const kvtest::TempDir dir;
+    return dir.write("openssl.cnf",
+                     "openssl_conf = all\n[all]\nssl_conf = ssl\n[ssl]\nsystem_default = floor\n"
+                     "[floor]\nMinProtocol = TLSv1.2\n");
+}
+
+using KvioSSLClientSocketHabitsDeathTest = KvioSSLClientSocketHabitsTest;
+
+TEST_F(KvioSSLClientSocketHabitsDeathTest, FloorIsTls10WhereTheSystemSetsNone) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const SystemPolicy none("/dev/null");
+    EXPECT_EXIT(ExitIfFloorIs(TLS1_VERSION, certificates.caFile()), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(KvioSSLClientSocketHabitsDeathTest, FloorOfTheSystemIsNotLowered) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const SystemPolicy tls12(PolicyOfTls12());
+    EXPECT_EXIT(ExitIfFloorIs(TLS1_2_VERSION, certificates.caFile()), testing::ExitedWithCode(0), "");
 }
 
 // --- operations without a TLS form ---
