@@ -185,4 +185,18 @@ TEST_F(KvConnectionCacheTest, AConnectionInUseIsNeverDeletedForRoom) {
     m_driver.ReleaseConnToCache(inUse);
 }
 
+TEST_F(KvConnectionCacheTest, AConnectionThatCannotBeClosedIsUncountedAllTheSame) {
+    struct Unclosable : kvtest::ScriptedDriver {
+        using ScriptedDriver::ScriptedDriver;
+        bool CloseConnection(KvConn& conn) override {
+            ScriptedDriver::CloseConnection(conn);
+            return false;
+        }
+    } driver(m_script);
+    driver.MakeLocks();
+    EXPECT_TRUE(driver.DeleteConnection(driver.Take("key")));
+    EXPECT_EQ(driver.m_mapConnCache["key"].m_nConnCount, 0U);
+    EXPECT_EQ(driver.m_nTotalConnections, 0U);
+}
+
 }  // namespace

@@ -94,6 +94,7 @@ TEST_F(KvSMTPDriverTest, EachOfTheFiveSettingsSeparatesTheKeys) {
     const std::string key = keyOf(base);
     EXPECT_NE(keyOf(MessageBuilder(base).carrier(2, "mail")), key);
     EXPECT_NE(keyOf(MessageBuilder(base).server("mx2")), key);
+    EXPECT_NE(keyOf(MessageBuilder(base).server("mx1:25")), key) << "the same server, under another name";
     EXPECT_NE(keyOf(MessageBuilder(base).security(SMTP_SECURITY_REQUIRED)), key);
     EXPECT_NE(keyOf(MessageBuilder(base).account("v", "p")), key);
     EXPECT_NE(keyOf(MessageBuilder(base).account("u", "q")), key);

@@ -351,6 +351,25 @@ TEST_F(KvSmartAsynProtocolDriverMultiThreadedTest, AHandOffIsLoggedStepByStep) {
             "trace: Leaving KvSmartAsynProtocolDriverMultiThreaded::ProcessCarrierSession() with TRUE."}));
 }
 
+TEST_F(KvSmartAsynProtocolDriverMultiThreadedTest, AHandOffLeavesTheMarkOfAnEarlierFailure) {
+    FillSession();
+    m_driver.MakePool(0);
+    m_session.m_bConnFailed = true;
+    EXPECT_TRUE(Process());
+    EXPECT_TRUE(m_session.m_bConnFailed);
+}
+
+TEST_F(KvSmartAsynProtocolDriverMultiThreadedTest,
+       AGroupLimitBeyondTheRangeOfAnIntReachesTheDelegateNegative) {
+    FillSession();
+    m_driver.MakePool(0);
+    m_driver.m_nMaxPinsPerTransaction = 4294967295U;  // what the setting "-1" is read as
+    auto* const delegate = new ScriptedDelegate(m_script);
+    m_driver.onDelegate = [&] { return delegate; };
+    EXPECT_TRUE(Process());
+    EXPECT_EQ(delegate->m_nMaxPinsPerTransaction, -1);
+}
+
 TEST_F(KvSmartAsynProtocolDriverMultiThreadedTest, AHandOffNeedsNoLog) {
     m_driver.m_pLog = nullptr;
     m_driver.MakePool(1);

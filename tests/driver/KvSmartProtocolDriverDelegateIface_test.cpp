@@ -144,6 +144,15 @@ TEST_F(KvSmartProtocolDriverDelegateIfaceTest, WorkNeedsNoLog) {
     EXPECT_EQ(m_delegateLog.count(), 0);
 }
 
+TEST_F(KvSmartProtocolDriverDelegateIfaceTest, StoppingPausingAndResumingChangeNothing) {
+    auto delegate = Make({{m_files.add("A_1")}});
+    delegate->StopWork();
+    delegate->PauseWork();
+    Run(std::move(delegate));
+    EXPECT_EQ(Returns(), Strings{"A_1:3"});
+    EXPECT_EQ(m_driver.IdleCount("key"), 1U);
+}
+
 TEST_F(KvSmartProtocolDriverDelegateIfaceTest, WorkWithoutGroupsReleasesTheConnection) {
     Run(Make({}));
     EXPECT_EQ(LinesOf(m_delegateLog), Strings{});
@@ -329,6 +338,12 @@ TEST_F(KvSmartProtocolDriverDelegateIfaceTest, ALimitOfZeroSendsEmptyBatchesWith
     EXPECT_EQ(m_script.dispatches(), Strings(50, "SendMessageGroup:"));
     EXPECT_EQ(m_delegateLog.countEqual(" >>>> Dispatching message group; cycle#50."), 1);
     EXPECT_EQ(Returns(), (Strings{"A_1:2 " + kNoConnection, "A_2:2 " + kNoConnection}));
+}
+
+TEST_F(KvSmartProtocolDriverDelegateIfaceTest, ANegativeLimitSendsEmptyBatchesToo) {
+    LoseConnectionAtTest(4);
+    Run(Make({m_files.addGroup("A", 2)}, -1));
+    EXPECT_EQ(m_script.dispatches(), Strings(3, "SendMessageGroup:"));
 }
 
 TEST_F(KvSmartProtocolDriverDelegateIfaceTest, ALimitOfZeroStillSendsSingleFiles) {

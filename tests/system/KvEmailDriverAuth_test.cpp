@@ -185,6 +185,19 @@ TEST(KvEmailDriverAuthTest, AfterAStoppedExchangeTheSessionGoesOnUnauthenticated
     EXPECT_TRUE(engine.IsAlive());
 }
 
+TEST(KvEmailDriverAuthTest, TheRecordedErrorOutlivesALaterSuccess) {
+    ScriptedSmtpServer strange(OfferingAuth("LOGIN"));
+    strange.on("AUTH").reply("334 dXNlcm5hbWU6\r\n");
+    OpenEngine engine;
+    ConnectAs(engine, strange, "ann", "secret");
+    engine.Close();
+    ScriptedSmtpServer server(OfferingAuth("LOGIN"));
+    ConnectAs(engine, server, "ann", "secret");
+    EXPECT_TRUE(server.connection().authentications.at(0).accepted);
+    EXPECT_EQ(engine.lastError(), 818);
+    EXPECT_EQ(engine.lastErrorText(), "334 dXNlcm5hbWU6\r\n");
+}
+
 TEST(KvEmailDriverAuthTest, AUserNameChallengeWithMoreBehindItIsUnexpected) {
     ScriptedSmtpServer server(OfferingAuth("LOGIN"));
     server.on("AUTH").reply("334 VXNlcm5hbWU6IA==\r\n");

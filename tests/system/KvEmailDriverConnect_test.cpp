@@ -6,6 +6,7 @@
 
 #include "Descriptors.h"
 #include "KvEmailDriver.h"
+#include "RecordingLog.h"
 #include "TestPorts.h"
 #include "system/EngineDoubles.h"
 
@@ -18,6 +19,7 @@ using kvtest::IoErrorOf;
 using kvtest::OfferingAuth;
 using kvtest::OfferingStartTls;
 using kvtest::OpenEngine;
+using kvtest::RecordingLog;
 using kvtest::RefusingPort;
 using kvtest::Reply;
 using kvtest::ScriptedSmtpServer;
@@ -145,8 +147,10 @@ TEST(KvEmailDriverTest, AReplyToEhloOfThreeCharactersIsFollowedByHelo) {
 TEST(KvEmailDriverTest, AConnectionLostAfterEhloFailsTheHeloAndIsAnIoError) {
     ScriptedSmtpServer server;
     server.on("EHLO").reply(Reply().thenReset());
-    OpenEngine engine;
+    RecordingLog log;
+    OpenEngine engine(&log);
     const std::string error = IoErrorOf([&] { engine.connectTo(server); });
+    EXPECT_TRUE(log.contains("<= HELO [127.0.0.1]<CR><LF>"));
     EXPECT_THAT(error, testing::AnyOf("Socket Write Error", "Socket Read Error", "Socket is closed"));
     ASSERT_TRUE(server.waitForOpenConnections(0));
     EXPECT_EQ(server.connection().clientBytes(), "EHLO [127.0.0.1]\r\n");

@@ -120,6 +120,7 @@ TEST(KvEmailDriverTest, TheFirstColonEndsTheHostName) {
     const Job job = Resolved("mx1:26:27");
     EXPECT_EQ(job.strHost, "mx1");
     EXPECT_EQ(job.nPort, 26);
+    EXPECT_EQ(Resolved("fe80::1").strHost, "fe80");
 }
 
 TEST(KvEmailDriverTest, AKnownPortLeavesTheRecordAlone) {

@@ -72,6 +72,17 @@ TEST(KvEmailDriverTimeoutTest, EveryStepOfASilentServerPassesAndTheMailCountsAsS
                   SimpleMessage + ".\r\n");
 }
 
+TEST(KvEmailDriverTimeoutTest, TheReplyToTheQuitOfASingleShotIsNotWaitedFor) {
+    ScriptedSmtpServer server;
+    server.on(kvtest::step::Any).reply(Reply());
+    OpenEngine engine;
+    KvEmailDriver::Job job;
+    job.strHost = server.address();
+    const EndedWaits waits(EndedWaits::How::Expired);
+    EXPECT_TRUE(engine.SendAMessage(job));
+    EXPECT_EQ(waits.timeouts(), Milliseconds(6, 60000));  // greeting, EHLO, MAIL, RCPT, DATA, end of data
+}
+
 TEST(KvEmailDriverTimeoutTest, AnExpiredReplyToEhloOffersNothingAndIsNotFollowedByHelo) {
     ScriptedSmtpServer server;
     OpenEngine engine;
