@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "KvEmailDriver.h"
@@ -28,13 +29,18 @@ TEST(KvEmailDriverTest, AReplyIsExactlyWhatOneReadReturned) {
     ScriptedSmtpServer server;
     Gate gate;
     server.on("NOOP").reply(Reply("250-first\r\n250 second\r\n").split({11}).restHeldBy(gate));
-    OpenEngine engine;
+    RecordingLog log;
+    OpenEngine engine(&log);
     engine.connectTo(server);
     engine.SmtpWrite(std::string("NOOP\r\n"));
+    std::thread opener([&] {  // the rest is on its way as soon as the first half was read
+        EXPECT_TRUE(log.waitFor("=> 250-first<CR><LF>"));
+        gate.open();
+    });
     std::string reply;
     EXPECT_EQ(engine.SmtpRead(reply), 11);
     EXPECT_EQ(reply, "250-first\r\n");
-    gate.open();
+    opener.join();
     EXPECT_EQ(engine.SmtpRead(reply), 12);
     EXPECT_EQ(reply, "250 second\r\n");
 }
