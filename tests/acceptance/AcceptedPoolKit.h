@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "AcceptedLockKit.h"
 #include "KvCoreHelpers.h"
 #include "KvconDelegate.h"
 #include "KvconThreadPool.h"
@@ -150,6 +151,20 @@ public:
     using KvconThreadPool::m_runningTasks;
     using KvconThreadPool::m_threads;
     using KvconThreadPool::m_workQueue;
+};
+
+/// Puts a lock that cannot be taken in the place of one of the pool's, for as long as it lives.
+class Substitute {
+public:
+    explicit Substitute(KvconLock*& place) : m_place(place), m_before(place) { place = &m_lock; }
+    ~Substitute() { m_place = m_before; }
+    Substitute(const Substitute&) = delete;
+    Substitute& operator=(const Substitute&) = delete;
+
+private:
+    acceptedlock::UnusableLock m_lock;
+    KvconLock*& m_place;
+    KvconLock* m_before;
 };
 
 /// A pool for one test. What the works wait for is opened at the end, and the pool stopped, so that no worker

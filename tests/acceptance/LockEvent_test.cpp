@@ -116,6 +116,17 @@ TEST(AcceptedEvent, BroadcastSetsTheState) {
     EXPECT_TRUE(event.m_bSignaled);
 }
 
+TEST(AcceptedEvent, InitializeMakesThePrimitivesAnewAndKeepsTheState) {
+    OpenEvent event;
+    event.Broadcast();
+    pthread_mutex_destroy(&event.m_mutex);
+    pthread_cond_destroy(&event.m_cond);
+    event.Initialize();
+    EXPECT_TRUE(event.m_bSignaled);
+    EXPECT_EQ(event.Wait(0), 16);
+    EXPECT_EQ(event.Wait(0), 17);
+}
+
 class AcceptedEventOfBothKinds : public testing::TestWithParam<bool> {
 protected:
     OpenEvent event{GetParam()};

@@ -10,7 +10,7 @@
 
 namespace {
 
-using acceptedlock::UnusableLock;
+using acceptedpool::Substitute;
 using acceptedpool::Work;
 using kvtest::Eventually;
 using Entries = std::vector<std::string>;
@@ -109,20 +109,6 @@ TEST_P(AcceptedPoolHook, OfAllLeavesTheQueueAlone) {
     EXPECT_EQ(pool.m_workQueue.size(), 1U);
     EXPECT_TRUE(diary.Entries().empty());
 }
-
-/// Puts a lock that cannot be taken in the place of one of the pool's, for as long as it lives.
-class Substitute {
-public:
-    explicit Substitute(KvconLock*& place) : m_place(place), m_before(place) { place = &m_lock; }
-    ~Substitute() { m_place = m_before; }
-    Substitute(const Substitute&) = delete;
-    Substitute& operator=(const Substitute&) = delete;
-
-private:
-    UnusableLock m_lock;
-    KvconLock*& m_place;
-    KvconLock* m_before;
-};
 
 TEST_P(AcceptedPoolHook, WithoutTheThreadLockIsNotCalled) {
     pool.m_runningTasks[1] = NewWork("a");

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <memory>
 #include <set>
 #include <string>
 #include <type_traits>
@@ -15,8 +16,8 @@
 namespace {
 
 using acceptedlock::ThrownBy;
-using acceptedlock::UnusableLock;
 using acceptedpool::OpenPool;
+using acceptedpool::Substitute;
 using acceptedpool::Work;
 using kvtest::Eventually;
 using Entries = std::vector<std::string>;
@@ -226,6 +227,42 @@ TEST_F(AcceptedPool, TheBodyOfAWorkerTakesEveryEntryOfItsIdOutOfTheList) {
     KvconThreadPool::ThreadWork(&pool);
     EXPECT_EQ(pool.m_threads, std::list<unsigned long>{1});
     pool.m_threads.clear();
+}
+
+TEST_F(AcceptedPool, AWorkerThatCannotLockTheListLeavesItsIdThere) {
+    pool.m_threads = {GetMyThreadID()};
+    pool.m_bStopping = true;
+    pool.m_pWorkEvent->Broadcast();
+    {
+        const Substitute substitute(pool.m_pThreadLock);
+        EXPECT_EQ(KvconThreadPool::ThreadWork(&pool), nullptr);
+    }
+    EXPECT_EQ(pool.m_threads, std::list<unsigned long>{GetMyThreadID()});
+    pool.m_threads.clear();
+}
+
+/// Leaves the pool without its work lock after it has run, until it is deleted; then the pool stops.
+class LockTaker : public Work {
+public:
+    LockTaker(acceptedpool::Diary& diary, OpenPool& pool)
+        : Work(diary, "taker", [this] { m_taken = std::make_unique<Substitute>(m_pool.m_pWorkLock); }),
+          m_pool(pool) {}
+    ~LockTaker() override {
+        m_taken.reset();
+        m_pool.m_bStopping = true;
+    }
+
+private:
+    OpenPool& m_pool;
+    std::unique_ptr<Substitute> m_taken;
+};
+
+TEST_F(AcceptedPool, AWorkerThatCannotLockTheQueueLeavesTheEntryOfItsWork) {
+    pool.AddWork(new LockTaker(diary, pool));
+    KvconThreadPool::ThreadWork(&pool);
+    EXPECT_EQ(diary.Entries(), (Entries{"begin taker", "end taker", "delete taker"}));
+    EXPECT_EQ(pool.m_runningTasks.count(GetMyThreadID()), 1U);
+    pool.m_runningTasks.clear();
 }
 
 // ---- growth ----

@@ -133,6 +133,13 @@ TEST(AcceptedSocketHandler, TheSocketDeletesItThroughItsVirtualDestructor) {
     EXPECT_EQ(deleted, 1);
 }
 
+TEST(AcceptedSocketHandler, NoneAtAllTakesNobodysPlace) {
+    int deleted = 0;
+    KvioSocket socket;
+    EXPECT_TRUE(socket.SetEventHandler(nullptr));
+    EXPECT_TRUE(socket.SetEventHandler(new CountingHandler(deleted)));
+}
+
 TEST(AcceptedSocketLibrary, StartUpAndShutDownHaveNothingToDo) {
     EXPECT_TRUE(KvioSocket::InitialLibrary());
     EXPECT_TRUE(KvioSocket::CloseLibrary());

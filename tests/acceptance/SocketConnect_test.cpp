@@ -5,6 +5,9 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
+#include <chrono>
+#include <future>
+#include <memory>
 #include <string>
 
 #include "AcceptedSocketKit.h"
@@ -171,6 +174,17 @@ TEST_F(AcceptedSocketConnect, WithAnUnknownTypeThrows) {
 TEST_F(AcceptedSocketConnect, ThatFailsHasStoredTheAddressAlready) {
     ThrownBy([&] { ConnectTo("127.0.0.1", 25, static_cast<KvioSocket::SocketType>(3)); });
     EXPECT_EQ(socket.GetRemoteAddress(), "127.0.0.1:25");
+}
+
+TEST_F(AcceptedSocketConnect, WaitsForAnAnswerWithoutATimeOutOfItsOwn) {
+    auto port = std::make_unique<kvtest::UnansweringPort>();
+    std::future<int> line = std::async(std::launch::async, [&, number = port->port()] {
+        return ThrownBy([&] { ConnectTo("127.0.0.1", number); }).GetLine();
+    });
+    EXPECT_EQ(line.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+    // Nobody listens any more: the next attempt of the system is refused.
+    port.reset();
+    EXPECT_EQ(line.get(), 149);
 }
 
 TEST_F(AcceptedSocketConnect, AgainStoresTheNewAddress) {

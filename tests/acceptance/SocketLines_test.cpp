@@ -149,6 +149,13 @@ TEST_F(AcceptedSocketTimedLine, OfATimeOutIsThePartWithTheStatus) {
     EXPECT_EQ(status, KvioSocket::SOCKET_TIMEOUT);
 }
 
+TEST_F(AcceptedSocketTimedLine, MayWaitWithoutLimit) {
+    std::future<std::string> line = std::async(std::launch::async, [&] { return ReadLine(-1); });
+    EXPECT_EQ(line.wait_for(200ms), std::future_status::timeout);
+    peer.Send("late\r\n");
+    EXPECT_EQ(line.get(), "late\r\n");
+}
+
 TEST_F(AcceptedSocketTimedLine, OfSilenceIsEmpty) {
     EXPECT_EQ(ReadLine(60), "");
     EXPECT_EQ(status, KvioSocket::SOCKET_TIMEOUT);
@@ -273,6 +280,13 @@ TEST_F(AcceptedSocketTill, LogsThePartOfATimeOut) {
 TEST_F(AcceptedSocketTill, LogsNothingForAnEmptyResult) {
     EXPECT_EQ(ReadTill("\n", 60), "");
     EXPECT_EQ(log.count(), 0);
+}
+
+TEST_F(AcceptedSocketTill, MayWaitWithoutLimit) {
+    std::future<std::string> text = std::async(std::launch::async, [&] { return ReadTill("\n", -1); });
+    EXPECT_EQ(text.wait_for(200ms), std::future_status::timeout);
+    peer.Send("late\n");
+    EXPECT_EQ(text.get(), "late\n");
 }
 
 TEST_F(AcceptedSocketTill, NeedsNoLog) {

@@ -149,6 +149,22 @@ TEST_F(AcceptedSocketWait, AnInterruptedReadAnswersMinusOneAndTheErrorStatus) {
     EXPECT_EQ(status, KvioSocket::SOCKET_ERROR);
 }
 
+TEST_F(AcceptedSocketWait, AnInterruptedTimedLineIsThePartWithTheErrorStatus) {
+    peer.Send("part");
+    ASSERT_TRUE(IsReadable());
+    const Interruptions interruptions;
+    EXPECT_EQ(socket.ReadLine(30000, status), "part");
+    EXPECT_EQ(status, KvioSocket::SOCKET_ERROR);
+}
+
+TEST_F(AcceptedSocketWait, AnInterruptedReadTillIsThePartWithTheErrorStatus) {
+    peer.Send("part");
+    ASSERT_TRUE(IsReadable());
+    const Interruptions interruptions;
+    EXPECT_EQ(socket.ReadTill(reinterpret_cast<const unsigned char*>("\n"), 30000, status), "part");
+    EXPECT_EQ(status, KvioSocket::SOCKET_ERROR);
+}
+
 /// A socket on a descriptor that is not open, and the means to open it.
 class AcceptedSocketWaitRetry : public testing::TestWithParam<int> {
 protected:
