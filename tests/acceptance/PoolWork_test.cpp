@@ -370,14 +370,15 @@ TEST_F(AcceptedPool, RefusingWorkLeavesTheLockFree) {
     pool.m_bStopping = false;
 }
 
-/// While it lives, no thread can be made: the default stack is larger than the address space has room for.
+/// While it lives, no thread can be made: the default stack is larger than any gap of the address space, also
+/// of one of 32 bits.
 class NoThreadCanBeMade {
 public:
     NoThreadCanBeMade() {
         pthread_getattr_default_np(&m_before);
         pthread_attr_t huge;
         pthread_attr_init(&huge);
-        pthread_attr_setstacksize(&huge, static_cast<std::size_t>(-1) / 2);
+        pthread_attr_setstacksize(&huge, static_cast<std::size_t>(-1) / 4 * 3);
         pthread_setattr_default_np(&huge);
         pthread_attr_destroy(&huge);
     }

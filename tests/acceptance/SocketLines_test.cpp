@@ -162,14 +162,14 @@ TEST_F(AcceptedSocketTimedLine, OfSilenceIsEmpty) {
 }
 
 TEST_F(AcceptedSocketTimedLine, WaitsForEveryByteAfresh) {
-    // Five bytes 150 ms apart: together longer than the time-out, each of them well within it.
+    // Five bytes 400 ms apart: together longer than the time-out, each of them well within it.
     std::thread sender([&] {
         for (const char* byte : {"a", "b", "c", "d", "\n"}) {
-            std::this_thread::sleep_for(150ms);
+            std::this_thread::sleep_for(400ms);
             peer.Send(byte);
         }
     });
-    EXPECT_EQ(ReadLine(600), "abcd\n");
+    EXPECT_EQ(ReadLine(1900), "abcd\n");
     EXPECT_EQ(status, KvioSocket::SOCKET_DONE);
     sender.join();
 }
@@ -298,11 +298,11 @@ TEST_F(AcceptedSocketTill, NeedsNoLog) {
 TEST_F(AcceptedSocketTill, WaitsForEveryByteAfresh) {
     std::thread sender([&] {
         for (const char* byte : {"a", "b", "c", "d", "\n"}) {
-            std::this_thread::sleep_for(150ms);
+            std::this_thread::sleep_for(400ms);
             peer.Send(byte);
         }
     });
-    EXPECT_EQ(ReadTill("\n", 600), "abcd\n");
+    EXPECT_EQ(ReadTill("\n", 1900), "abcd\n");
     sender.join();
 }
 
