@@ -97,16 +97,16 @@ TEST_P(EngineInsistence, DoesNotMatterWhenTheServerAgrees) {
     EXPECT_TRUE(server.connection().tls);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    All, EngineInsistence,
-    testing::Values(Insistence{"None", KvEmailDriver::SecNone, Fine()},
-                    Insistence{"OnDemand", KvEmailDriver::SecTLSOnDemand,
-                               Smtp(816, "STARTTLS Failed after Must Start TLS Response")},
-                    Insistence{"Clear", KvEmailDriver::SecClear, Fine()},
-                    Insistence{"IfAvailable", KvEmailDriver::SecTLSIfAvailable, Fine()},
-                    Insistence{"Required", KvEmailDriver::SecTLSRequired,
-                               Smtp(815, "TLS Required but not supported")}),
-    [](const auto& each) { return each.param.name; });
+INSTANTIATE_TEST_SUITE_P(All, EngineInsistence,
+                         testing::Values(Insistence{"None", KvEmailDriver::SecNone, Fine()},
+                                         Insistence{
+                                             "OnDemand", KvEmailDriver::SecTLSOnDemand,
+                                             Smtp(816, "STARTTLS Failed after Must Start TLS Response")},
+                                         Insistence{"Clear", KvEmailDriver::SecClear, Fine()},
+                                         Insistence{"IfAvailable", KvEmailDriver::SecTLSIfAvailable, Fine()},
+                                         Insistence{"Required", KvEmailDriver::SecTLSRequired,
+                                                    Smtp(815, "TLS Required but not supported")}),
+                         [](const auto& each) { return each.param.name; });
 
 TEST(EngineStartTls, TheOffersOfBothEhloRepliesAddUp) {
     SmtpServerOptions options = WithTls({{"ann", "secret"}});
@@ -182,7 +182,8 @@ TEST(EngineStartTls, AnUntrustedCertificateIsAFailureInEveryTlsMode) {
         TlsEngine engine;
         const Outcome outcome = OutcomeOf([&] { engine.Connect(server.address(), "", "", mode); });
         EXPECT_EQ(outcome.kind, "io");
-        EXPECT_TRUE(outcome.text.starts_with("SSL: SSL Connect Failed. Details: SSL_ERROR_SSL. ")) << outcome.text;
+        EXPECT_TRUE(outcome.text.starts_with("SSL: SSL Connect Failed. Details: SSL_ERROR_SSL. "))
+            << outcome.text;
     }
     EXPECT_TRUE(server.waitForOpenConnections(0));
 }
@@ -192,7 +193,8 @@ TEST(EngineStartTls, TheClientCertificateOfTheConstructorIsShown) {
     SmtpServerOptions options;
     options.tls = certificates.tlsDemandingClientCertificate();
     ScriptedSmtpServer server(options);
-    Engine engine(nullptr, certificates.caFile(), certificates.client().certificate, certificates.client().key);
+    Engine engine(nullptr, certificates.caFile(), certificates.client().certificate,
+                  certificates.client().key);
     engine.Connect(server.address(), "", "", KvEmailDriver::SecTLSRequired);
     EXPECT_EQ(server.connection().clientCertificate, "/CN=test client");
 }

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <thread>
 
-#include "Eventually.h"
 #include "FrameworkKit.h"
 
 using namespace kvframework;

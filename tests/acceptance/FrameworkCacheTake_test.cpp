@@ -164,9 +164,10 @@ TEST_F(FrameworkCacheTake, AtTheTotalLimitAnIdleConnectionOfAnotherKeyMakesRoom)
     ASSERT_NE(conn, nullptr);
     EXPECT_FALSE(createFailed);
     EXPECT_EQ(driver.journal.events(), (Texts{"close 1", "create c"}));
-    EXPECT_EQ(logged(Severity::Warning),
-              (Texts{"The max. limit for the total connections (=2) has reached. Deleted an old connection to "
-                     "make room."}));
+    EXPECT_EQ(
+        logged(Severity::Warning),
+        (Texts{"The max. limit for the total connections (=2) has reached. Deleted an old connection to "
+               "make room."}));
     EXPECT_EQ(logged(Severity::Info), (Texts{kCreating}));
     EXPECT_EQ(driver.m_nTotalConnections, 2U);
     EXPECT_EQ(driver.line("a").m_nConnCount, 0U);
@@ -191,9 +192,10 @@ TEST_F(FrameworkCacheTake, AtTheTotalLimitWithNothingIdleANewKeyIsPostponed) {
     EXPECT_EQ(get("new", createFailed), nullptr);
     EXPECT_FALSE(createFailed);
     EXPECT_TRUE(driver.journal.events().empty());
-    EXPECT_EQ(logged(Severity::Error),
-              (Texts{"The max. limit for the total connections (=10) has reached. Failed to make capacity for "
-                     "this one."}));
+    EXPECT_EQ(
+        logged(Severity::Error),
+        (Texts{"The max. limit for the total connections (=10) has reached. Failed to make capacity for "
+               "this one."}));
     EXPECT_EQ(host.log.count(Severity::Warning), 0);
     EXPECT_EQ(host.log.count(Severity::Info), 0);
     EXPECT_EQ(driver.m_nTotalConnections, 10U);
@@ -241,9 +243,10 @@ TEST_F(FrameworkCacheTake, ALimitOfZeroPerKeyPostponesEveryConnection) {
     EXPECT_FALSE(createFailed);
     EXPECT_EQ(driver.m_nTotalConnections, 0U);
     EXPECT_TRUE(driver.journal.events().empty());
-    EXPECT_EQ(host.log.countEqual("The max. limit for the same carrier connections (=0) has reached. Delaying "
-                                  "connection creation."),
-              2);
+    EXPECT_EQ(
+        host.log.countEqual("The max. limit for the same carrier connections (=0) has reached. Delaying "
+                            "connection creation."),
+        2);
 }
 
 TEST_F(FrameworkCacheTake, RoomIsMadeBeforeTheLimitOfTheKeyIsLookedAt) {

@@ -39,23 +39,22 @@ TEST_P(FrameworkSettings, AreStoredAsReadByStrtoul) {
 
 INSTANTIATE_TEST_SUITE_P(
     All, FrameworkSettings,
-    testing::Values(SettingsCase{"Defaults", {}, 1, 10, 3, 10},
-                    SettingsCase{"PoolSize", {{kPool, "8"}}, 8, 10, 3, 10},
-                    SettingsCase{"Total", {{kTotal, "25"}}, 1, 25, 3, 10},
-                    SettingsCase{"SameCarrier", {{kSame, "7"}}, 1, 10, 7, 10},
-                    SettingsCase{"Pins", {{kPins, "100"}}, 1, 10, 3, 100},
-                    SettingsCase{
-                        "AllFour", {{kPool, "2"}, {kTotal, "4"}, {kSame, "6"}, {kPins, "8"}}, 2, 4, 6, 8},
-                    SettingsCase{"NoNumberIsZero", {{kSame, "abc"}}, 1, 10, 0, 10},
-                    SettingsCase{"EmptyIsZero", {{kTotal, ""}}, 1, 0, 3, 10},
-                    SettingsCase{"TrailingTextIsIgnored", {{kPool, "12 workers"}}, 12, 10, 3, 10},
-                    SettingsCase{"LeadingZerosAreDecimal", {{kPins, "0010"}}, 1, 10, 3, 10},
-                    SettingsCase{"HexIsZero", {{kPins, "0x10"}}, 1, 10, 3, 0},
-                    SettingsCase{"LeadingBlanks", {{kPins, " \t9"}}, 1, 10, 3, 9},
-                    SettingsCase{"PlusSign", {{kPins, "+9"}}, 1, 10, 3, 9},
-                    SettingsCase{"MinusOneIsTheLargest", {{kTotal, "-1"}}, 1, 4294967295U, 3, 10},
-                    SettingsCase{"KeysAreCaseSensitive", {{"Smart_Driver.threadpool_size", "5"}}, 1, 10, 3, 10},
-                    SettingsCase{"UnknownKeysAreIgnored", {{"smart_driver.other", "5"}}, 1, 10, 3, 10}),
+    testing::Values(
+        SettingsCase{"Defaults", {}, 1, 10, 3, 10}, SettingsCase{"PoolSize", {{kPool, "8"}}, 8, 10, 3, 10},
+        SettingsCase{"Total", {{kTotal, "25"}}, 1, 25, 3, 10},
+        SettingsCase{"SameCarrier", {{kSame, "7"}}, 1, 10, 7, 10},
+        SettingsCase{"Pins", {{kPins, "100"}}, 1, 10, 3, 100},
+        SettingsCase{"AllFour", {{kPool, "2"}, {kTotal, "4"}, {kSame, "6"}, {kPins, "8"}}, 2, 4, 6, 8},
+        SettingsCase{"NoNumberIsZero", {{kSame, "abc"}}, 1, 10, 0, 10},
+        SettingsCase{"EmptyIsZero", {{kTotal, ""}}, 1, 0, 3, 10},
+        SettingsCase{"TrailingTextIsIgnored", {{kPool, "12 workers"}}, 12, 10, 3, 10},
+        SettingsCase{"LeadingZerosAreDecimal", {{kPins, "0010"}}, 1, 10, 3, 10},
+        SettingsCase{"HexIsZero", {{kPins, "0x10"}}, 1, 10, 3, 0},
+        SettingsCase{"LeadingBlanks", {{kPins, " \t9"}}, 1, 10, 3, 9},
+        SettingsCase{"PlusSign", {{kPins, "+9"}}, 1, 10, 3, 9},
+        SettingsCase{"MinusOneIsTheLargest", {{kTotal, "-1"}}, 1, 4294967295U, 3, 10},
+        SettingsCase{"KeysAreCaseSensitive", {{"Smart_Driver.threadpool_size", "5"}}, 1, 10, 3, 10},
+        SettingsCase{"UnknownKeysAreIgnored", {{"smart_driver.other", "5"}}, 1, 10, 3, 10}),
     [](const auto& each) { return each.param.name; });
 
 TEST(FrameworkConfigure, AFreshDriverHasNoPoolNoLockAndNoConnections) {

@@ -162,9 +162,9 @@ TEST_F(FrameworkDelegate, DoWorkWithoutAConnectionFailsEveryFile) {
     const time_t before = time(nullptr);
     delegate.DoWork(nullptr);
     const std::string reason = std::string(". Reason: ") + kNoConnection;
-    EXPECT_EQ(logged(Severity::Error),
-              (Texts{kNoConnInHand, "Failing message job id: job A_1" + reason,
-                     "Failing message job id: job A_2" + reason, "Failing message job id: job B_1" + reason}));
+    EXPECT_EQ(logged(Severity::Error), (Texts{kNoConnInHand, "Failing message job id: job A_1" + reason,
+                                              "Failing message job id: job A_2" + reason,
+                                              "Failing message job id: job B_1" + reason}));
     EXPECT_EQ(journal.events(), (Texts{"finalize"}));
     EXPECT_EQ(host.log.countContaining("Processing session"), 0);
     EXPECT_EQ(returned(), (Texts{"A_1:2", "A_2:2", "B_1:2"}));

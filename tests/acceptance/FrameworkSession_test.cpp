@@ -311,9 +311,7 @@ TEST_F(FrameworkSession, SeveralDelegatesRunAtOnce) {
     driver.Configure(settings);
     driver.Setup(nullptr);
     kvtest::Gate gate;
-    onDispatch = [gate](const std::string&) {
-        return kvtest::Eventually([&] { return gate.isOpen(); });
-    };
+    onDispatch = [gate](const std::string&) { return kvtest::Eventually([&] { return gate.isOpen(); }); };
     for (const unsigned long carrier : {1UL, 2UL}) {
         file(file(kvtest::MessageBuilder().id("A").carrier(carrier, "mail")));
     }

@@ -55,12 +55,23 @@ protected:
     FakeDelegate delegate;
 };
 
-struct Kind {
-    const char* name;
-    bool isQuery, enabled, isTwoWay;
+/// How a single file is sent, and what is logged about it.
+struct Way {
     const char* operation;
     const char* debugLine;
     const char* errorLine;
+};
+constexpr Way kOneWay{"single", " >>>> Dispatching 1way message jobid:'ID_1'.",
+                      " >>>>>> Failed to dispatch 1way message."};
+constexpr Way kTwoWay{"2way", " >>>> Dispatching 2way message jobid:'ID_1'.",
+                      " >>>>>> Failed to dispatch 2way message."};
+constexpr Way kQuery{"query", " >>>> Dispatching query for 2way response jobid:'ID_1'.",
+                     " >>>>>> Failed to dispatch query for 2way response."};
+
+struct Kind {
+    const char* name;
+    bool isQuery, enabled, isTwoWay;
+    Way way;
 
     friend void PrintTo(const Kind& each, std::ostream* out) { *out << each.name; }
 };
@@ -78,35 +89,25 @@ protected:
 
 TEST_P(FrameworkWalkKind, DecidesWhichOperationSendsASingleFile) {
     EXPECT_TRUE(walk({{fileOfKind()}}));
-    EXPECT_EQ(journal.events(), (Texts{std::string(GetParam().operation) + " ID_1"}));
-    EXPECT_EQ(logged(Severity::Debug), (Texts{GetParam().debugLine}));
+    EXPECT_EQ(journal.events(), (Texts{std::string(GetParam().way.operation) + " ID_1"}));
+    EXPECT_EQ(logged(Severity::Debug), (Texts{GetParam().way.debugLine}));
     EXPECT_EQ(host.log.count(Severity::Error), 0);
 }
 
 TEST_P(FrameworkWalkKind, DecidesHowAFailureIsLogged) {
     delegate.onDispatch = [](const std::string&) { return false; };
     EXPECT_TRUE(walk({{fileOfKind()}}));
-    EXPECT_EQ(logged(Severity::Error), (Texts{GetParam().errorLine}));
+    EXPECT_EQ(logged(Severity::Error), (Texts{GetParam().way.errorLine}));
     EXPECT_EQ(returned(), (Texts{"ID_1:2"}));
 }
 
-#define KV_ONE_WAY                                                   \
-    "single", " >>>> Dispatching 1way message jobid:'ID_1'.",        \
-        " >>>>>> Failed to dispatch 1way message."
-#define KV_TWO_WAY                                                   \
-    "2way", " >>>> Dispatching 2way message jobid:'ID_1'.",          \
-        " >>>>>> Failed to dispatch 2way message."
-#define KV_QUERY                                                     \
-    "query", " >>>> Dispatching query for 2way response jobid:'ID_1'.", \
-        " >>>>>> Failed to dispatch query for 2way response."
-
 INSTANTIATE_TEST_SUITE_P(All, FrameworkWalkKind,
-                         testing::Values(Kind{"OneWay", false, false, false, KV_ONE_WAY},
-                                         Kind{"TwoWay", false, true, true, KV_TWO_WAY},
-                                         Kind{"TwoWayNotEnabled", false, false, true, KV_ONE_WAY},
-                                         Kind{"EnabledOnly", false, true, false, KV_ONE_WAY},
-                                         Kind{"Query", true, false, false, KV_QUERY},
-                                         Kind{"QueryBeforeTwoWay", true, true, true, KV_QUERY}),
+                         testing::Values(Kind{"OneWay", false, false, false, kOneWay},
+                                         Kind{"TwoWay", false, true, true, kTwoWay},
+                                         Kind{"TwoWayNotEnabled", false, false, true, kOneWay},
+                                         Kind{"EnabledOnly", false, true, false, kOneWay},
+                                         Kind{"Query", true, false, false, kQuery},
+                                         Kind{"QueryBeforeTwoWay", true, true, true, kQuery}),
                          [](const auto& each) { return each.param.name; });
 
 TEST_F(FrameworkWalk, GoesThroughTheGroupsInOrderAndNumbersThemFrom0) {
@@ -137,10 +138,9 @@ TEST_F(FrameworkWalk, TheConnectionIsValidatedBeforeEachSingleFile) {
 
 TEST_F(FrameworkWalk, AGroupOf25GoesInThreeTransactions) {
     EXPECT_TRUE(walk({files("A", 25)}));
-    EXPECT_EQ(journal.events(),
-              (Texts{"group A_1 A_2 A_3 A_4 A_5 A_6 A_7 A_8 A_9 A_10",
-                     "group A_11 A_12 A_13 A_14 A_15 A_16 A_17 A_18 A_19 A_20",
-                     "group A_21 A_22 A_23 A_24 A_25"}));
+    EXPECT_EQ(journal.events(), (Texts{"group A_1 A_2 A_3 A_4 A_5 A_6 A_7 A_8 A_9 A_10",
+                                       "group A_11 A_12 A_13 A_14 A_15 A_16 A_17 A_18 A_19 A_20",
+                                       "group A_21 A_22 A_23 A_24 A_25"}));
     EXPECT_EQ(logged(Severity::Debug),
               (Texts{" >>>> Dispatching message group; cycle#1.", " >>>> Dispatching message group; cycle#2.",
                      " >>>> Dispatching message group; cycle#3."}));
@@ -195,9 +195,10 @@ TEST_F(FrameworkWalk, AFailureNeverStopsIt) {
     delegate.onDispatch = [](const std::string&) { return false; };
     EXPECT_TRUE(walk({files("A", 1), files("B", 3), files("C", 1)}, 2));
     EXPECT_EQ(journal.events(), (Texts{"single A_1", "group B_1 B_2", "group B_3", "single C_1"}));
-    EXPECT_EQ(logged(Severity::Error),
-              (Texts{" >>>>>> Failed to dispatch 1way message.", " >>>>>> Failed to dispatch message group.",
-                     " >>>>>> Failed to dispatch message group.", " >>>>>> Failed to dispatch 1way message."}));
+    EXPECT_EQ(
+        logged(Severity::Error),
+        (Texts{" >>>>>> Failed to dispatch 1way message.", " >>>>>> Failed to dispatch message group.",
+               " >>>>>> Failed to dispatch message group.", " >>>>>> Failed to dispatch 1way message."}));
 }
 
 TEST_F(FrameworkWalk, AReplacedConnectionIsTheOneInHand) {
@@ -225,9 +226,10 @@ TEST_F(FrameworkWalk, StopsWhenTheConnectionIsLostBeforeASingleFile) {
     loseConnectionAfter("single A_1");
     EXPECT_FALSE(walk({files("A", 1), files("B", 1), files("C", 2)}));
     EXPECT_EQ(journal.events(), (Texts{"single A_1"}));
-    EXPECT_EQ(host.log.countEqual("Unable to get connection object. Incorrect carrier configuration key and/or "
-                                  "carrier service is unreachable. Dropping current dispatch cycle."),
-              1);
+    EXPECT_EQ(
+        host.log.countEqual("Unable to get connection object. Incorrect carrier configuration key and/or "
+                            "carrier service is unreachable. Dropping current dispatch cycle."),
+        1);
     EXPECT_TRUE(host.log.has(Severity::Error,
                              "Unable to get connection object. Incorrect carrier configuration key and/or "
                              "carrier service is unreachable. Dropping current dispatch cycle."));
@@ -248,8 +250,8 @@ TEST_F(FrameworkWalk, DoWorkFailsExactlyWhatWasNotSent) {
     const Groups groups{files("A", 1), files("B", 2), files("C", 5), files("D", 1), files("E", 2)};
     delegate.Initialize(&driver, "key", forget(take("key")), groups, 2, &host.log);
     delegate.DoWork(nullptr);
-    EXPECT_EQ(returned(), (Texts{"A_1:3", "B_1:3", "B_2:3", "C_1:3", "C_2:3", "C_3:2", "C_4:2", "C_5:2", "D_1:2",
-                                 "E_1:2", "E_2:2"}));
+    EXPECT_EQ(returned(), (Texts{"A_1:3", "B_1:3", "B_2:3", "C_1:3", "C_2:3", "C_3:2", "C_4:2", "C_5:2",
+                                 "D_1:2", "E_1:2", "E_2:2"}));
     EXPECT_EQ(testFile(groups[2].back()).failureReasons(), (Texts{kNoConnection}));
     EXPECT_TRUE(testFile(groups[1].back()).failureReasons().empty());
     EXPECT_EQ(host.log.countContaining("Failing message job id: "), 6);
