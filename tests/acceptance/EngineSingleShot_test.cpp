@@ -19,14 +19,14 @@ KvEmailDriver::Job JobFor(const ScriptedSmtpServer& server) {
     return job;
 }
 
-/// What the client sent, with the date taken out.
+/// What the client sent, with every date taken out.
 std::string SentBytes(ScriptedSmtpServer& server) {
     EXPECT_TRUE(server.waitForOpenConnections(0));
     std::string bytes = server.connection().clientBytes();
-    const std::size_t begin = bytes.find("\r\nDate: ");
-    if (begin != std::string::npos) {
-        const std::size_t date = begin + std::string("\r\nDate: ").size();
-        bytes.replace(date, bytes.find('\r', date) - date, "*");
+    const std::string header = "\r\nDate: ";
+    for (std::size_t at = bytes.find(header); at != std::string::npos; at = bytes.find(header, at)) {
+        at += header.size();
+        bytes.replace(at, bytes.find('\r', at) - at, "*");
     }
     return bytes;
 }
