@@ -1,0 +1,60 @@
+#include "StoreDatabase.h"
+
+#include <SQLiteCpp/Exception.h>
+#include <sys/stat.h>
+
+#include <system_error>
+
+#include "StoreSchema.h"
+
+namespace kvhost {
+
+namespace {
+
+constexpr int kWaitForWriterMs = 30000;
+constexpr const char* kFileName = "jobs.db";
+
+namespace fs = std::filesystem;
+
+void MakeFolder(const fs::path& folder) {
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) {
+        throw StoreError(folder.string() + ": the store's folder cannot be made: " + error.message());
+    }
+    // The texts of messages and the names of recipients are the business of the host's user alone.
+    fs::permissions(folder, fs::perms::group_write | fs::perms::others_all, fs::perm_options::remove, error);
+}
+
+fs::path PrepareFile(const fs::path& folder, StoreDatabase::Access access) {
+    const fs::path file = folder / kFileName;
+    if (access == StoreDatabase::Access::Create) {
+        MakeFolder(folder);
+    } else if (!fs::exists(file)) {
+        throw StoreError(file.string() +
+                         ": there is no store; start `kvhost run` or submit a job to make it");
+    }
+    return file;
+}
+
+SQLite::Database Open(const fs::path& folder, StoreDatabase::Access access) {
+    const fs::path file = PrepareFile(folder, access);
+    try {
+        SQLite::Database database(file.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
+                                  kWaitForWriterMs);
+        database.exec("PRAGMA journal_mode = WAL");
+        database.exec("PRAGMA synchronous = FULL");
+        database.exec("PRAGMA foreign_keys = ON");
+        PrepareStoreSchema(database, file.string());
+        return database;
+    } catch (const SQLite::Exception& error) {
+        throw StoreError(file.string() + ": the store cannot be opened: " + error.what());
+    }
+}
+
+}  // namespace
+
+StoreDatabase::StoreDatabase(const fs::path& folder, Access access)
+    : m_pathFolder(folder), m_database(Open(folder, access)) {}
+
+}  // namespace kvhost
