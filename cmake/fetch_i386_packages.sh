@@ -7,6 +7,7 @@ readonly UNAVAILABLE=69
 readonly PACKAGES=(
     libssl3 libssl-dev libmimetic0v5 libmimetic-dev
     libspdlog1.10 libspdlog-dev libfmt9 libfmt-dev libtomlplusplus3 libtomlplusplus-dev
+    libsqlite3-0 libsqlite3-dev libsqlitecpp-dev
 )
 readonly FOLDER=$1
 readonly WANTED="${PACKAGES[*]}"
