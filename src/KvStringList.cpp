@@ -64,6 +64,7 @@ int KvFind(std::vector<std::string> list, const char* text) {
     return -1;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): callers are compiled against the value.
 unsigned int CountChracterBackwards(char c, std::string text, unsigned int pos) {
     if (pos >= text.size()) {
         return 0;

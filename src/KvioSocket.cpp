@@ -74,7 +74,7 @@ public:
 
 private:
     void CloseChunk() {
-        m_text += m_chunk.c_str();
+        m_text += m_chunk.c_str();  // NOLINT(readability-redundant-string-cstr): up to the first NUL
         m_chunk.clear();
     }
 
