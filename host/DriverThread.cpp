@@ -55,7 +55,7 @@ void DriverThread::Main() {
 }
 
 void DriverThread::Drive() {
-    DriverSession session(m_work.library, m_work.services);
+    DriverSession session(m_work.plugin, m_work.services);
     Set(m_strDescription, session.Describe());
     m_work.log.Tell("driver: " + Description());
     session.Start(m_work.settings);

@@ -20,7 +20,7 @@ namespace kvhost {
 class DriverThread {
 public:
     struct Work {
-        DriverLibrary& library;
+        DriverLibrary& plugin;
         const HostServices services;
         const Batch& batch;
         Outcomes& outcomes;
