@@ -43,6 +43,7 @@ int Kvsystem(const std::string& command) {
 int Kvsystem(const std::string& path, const std::vector<std::string>& args) {
     std::vector<std::string> copies = args;
     std::vector<char*> arguments;
+    arguments.reserve(copies.size() + 1);
     for (std::string& copy : copies) {
         arguments.push_back(copy.data());
     }

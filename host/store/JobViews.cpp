@@ -90,6 +90,7 @@ std::vector<JobHistory> JobViews::Show(const std::string& name) {
         jobs = ReadJobs(bySubmission);
     }
     std::vector<JobHistory> histories;
+    histories.reserve(jobs.size());
     for (const StoredJob& job : jobs) {
         histories.push_back(ReadHistory(job));
     }

@@ -106,8 +106,12 @@ void CheckAttachments(StoreDatabase& store, StoreCheckResult& result) {
         const std::string fault = FaultOfContent(attachments.ContentPath(digest).string(), digest,
                                                  static_cast<std::uint64_t>(rows.getColumn(1).getInt64()));
         if (!fault.empty() && ++faults <= kFaultsOfAKind) {
-            result.faults.push_back("attachment " + digest + " (\"" + rows.getColumn(2).getString() + "\") " +
-                                    fault);
+            std::string& line = result.faults.emplace_back("attachment ");
+            line.append(digest)
+                .append(" (\"")
+                .append(rows.getColumn(2).getString())
+                .append("\") ")
+                .append(fault);
         }
     }
 }
