@@ -102,6 +102,7 @@ void KvEmailDriver::SendSingleShot(Job& job) {
     for (;;) {
         try {
             if (!greeted) {
+                // NOLINTNEXTLINE(clang-analyzer-deadcode.DeadStores): read again after a demand.
                 greeted = true;
                 Greet(job);
             }

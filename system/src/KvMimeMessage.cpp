@@ -33,7 +33,7 @@ std::string WithCrLfLineEnds(const std::string& text) {
 /// The top entity owns its parts.
 void Append(mimetic::MimeEntity& top, std::unique_ptr<mimetic::MimeEntity> part) {
     top.body().parts().push_back(part.get());
-    part.release();
+    static_cast<void>(part.release());
 }
 
 std::unique_ptr<mimetic::MimeEntity> TextPart(const std::string& body) {
