@@ -29,6 +29,7 @@ void makePipe(int ends[2]) {
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
     std::vector<char*> all;
+    all.reserve(texts.size() + 1);
     for (std::string& text : texts) {
         all.push_back(text.data());
     }

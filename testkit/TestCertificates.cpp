@@ -27,7 +27,7 @@ using Certificate = std::unique_ptr<X509, FreeWith<X509_free>>;
 using Extension = std::unique_ptr<X509_EXTENSION, FreeWith<X509_EXTENSION_free>>;
 using File = std::unique_ptr<std::FILE, FreeWith<std::fclose>>;
 
-constexpr long Day = 24 * 60 * 60;
+constexpr long Day = 24L * 60 * 60;
 
 void Require(bool done, const char* what) {
     if (!done) {

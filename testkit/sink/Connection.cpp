@@ -10,7 +10,7 @@ namespace kvsink {
 namespace {
 
 // No more commands are taken while this much output waits for the peer.
-const std::size_t HIGH_WATER = 64 * 1024;
+const std::size_t HIGH_WATER = std::size_t{64} * 1024;
 const std::chrono::seconds LINGER(2);
 
 }  // namespace

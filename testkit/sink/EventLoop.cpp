@@ -11,7 +11,7 @@ namespace {
 
 const std::uint64_t LISTENER_ID = 0;
 const std::uint64_t STOP_ID = 1;
-const std::size_t READ_SIZE = 64 * 1024;
+const std::size_t READ_SIZE = std::size_t{64} * 1024;
 const std::size_t EVENTS_PER_ROUND = 256;
 // So that a rush of new clients does not keep the others waiting.
 const int CLIENTS_PER_ROUND = 64;

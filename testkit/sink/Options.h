@@ -36,7 +36,7 @@ struct Options {
     /// How long each reply is held back. Replies to pipelined commands are held back one after the other.
     std::chrono::milliseconds replyDelay{0};
     /// The largest mail that is taken, in bytes after dot-unstuffing; 0: any size.
-    std::uint64_t maxSize = 32U * 1024U * 1024U;
+    std::uint64_t maxSize = std::uint64_t{32} * 1024 * 1024;
     /// A connection that is silent this long is told 421 and closed.
     std::chrono::milliseconds idleTimeout{std::chrono::minutes(5)};
 

@@ -9,7 +9,7 @@
 namespace kvsink {
 namespace {
 
-const std::string_view ASK_NOTHING = "";
+const std::string_view ASK_NOTHING;
 const std::string_view ASK_NAME = "VXNlcm5hbWU6";      // "Username:"
 const std::string_view ASK_PASSWORD = "UGFzc3dvcmQ6";  // "Password:"
 

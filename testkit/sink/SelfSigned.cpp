@@ -16,7 +16,7 @@ namespace kvsink {
 namespace {
 
 const long HOUR = 3600;
-const long VALIDITY = 30 * 24 * HOUR;
+const long VALIDITY = 30L * 24 * HOUR;
 
 template <typename T>
 T* require(T* made) {

@@ -17,7 +17,7 @@ const std::size_t MAX_COMMAND_LINE = 2048;
 const std::size_t MAX_AUTH_LINE = 12288;
 const std::size_t MAX_RECIPIENTS = 1000;
 // What is kept of the buffer of a large mail for the next one.
-const std::size_t MAX_KEPT_CONTENT = 1024 * 1024;
+const std::size_t MAX_KEPT_CONTENT = std::size_t{1024} * 1024;
 
 void reply(std::string& out, std::string_view text) {
     out.append(text).append("\r\n");

@@ -6,7 +6,7 @@
 namespace kvsink {
 namespace {
 
-const std::size_t RECORD = 16 * 1024;
+const std::size_t RECORD = std::size_t{16} * 1024;
 
 BIO* newMemory() {
     BIO* const memory = BIO_new(BIO_s_mem());
