@@ -134,13 +134,15 @@ TEST(EngineTransport, OffersInALaterPieceOfTheEhloReplyAreNotSeen) {
 
 TEST(EngineTransport, AClosedAndAResetConnectionAreFailures) {
     ScriptedSmtpServer server;
+    kvtest::Gate connected;  // a reset that comes too early ends the connect instead
     server.on(step::Greeting).connection(1).reply(Reply().thenClose());
-    server.on(step::Greeting).connection(2).reply(Reply().thenReset());
+    server.on(step::Greeting).connection(2).reply(Reply().thenReset().heldBy(connected));
     Engine first;
     first.attach(server);
     EXPECT_EQ(OutcomeOf([&] { first.read(); }), Io("Socket is closed"));
     Engine second;
     second.attach(server);
+    connected.open();
     EXPECT_EQ(OutcomeOf([&] { second.read(); }), Io("Socket Read Error"));
 }
 
