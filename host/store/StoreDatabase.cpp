@@ -1,8 +1,11 @@
 #include "StoreDatabase.h"
 
 #include <SQLiteCpp/Exception.h>
-#include <sys/stat.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <system_error>
 
 #include "StoreSchema.h"
@@ -37,8 +40,30 @@ fs::path PrepareFile(const fs::path& folder, StoreDatabase::Access access) {
     return file;
 }
 
+/// Lets one process at a time open the database of a folder: a change of the journal mode does not wait for another
+/// connection as everything else does, it fails at once. A folder that cannot be locked is used all the same.
+class OpeningTurn {
+public:
+    explicit OpeningTurn(const fs::path& folder)
+        : m_fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+        while (m_fd >= 0 && ::flock(m_fd, LOCK_EX) != 0 && errno == EINTR) {
+        }
+    }
+    ~OpeningTurn() {
+        if (m_fd >= 0) {
+            ::close(m_fd);
+        }
+    }
+    OpeningTurn(const OpeningTurn&) = delete;
+    OpeningTurn& operator=(const OpeningTurn&) = delete;
+
+private:
+    const int m_fd;
+};
+
 SQLite::Database Open(const fs::path& folder, StoreDatabase::Access access) {
     const fs::path file = PrepareFile(folder, access);
+    const OpeningTurn turn(folder);
     try {
         SQLite::Database database(file.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
                                   kWaitForWriterMs);
