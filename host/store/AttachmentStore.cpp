@@ -23,7 +23,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* kFolder = "attachments";
 constexpr const char* kContent = "content";
-constexpr mode_t kOwnerOnly = 0600;
 constexpr std::size_t kPieceSize = 65536;
 constexpr std::chrono::hours kGrace{1};
 

@@ -165,7 +165,7 @@ TEST_F(AcceptedSocketWrite, OfAFormatIsLogged) {
 TEST_F(AcceptedSocketWrite, OfANullFormatAnswersZeroAndSendsNothing) {
     const char* none = nullptr;
     socket.m_tLastActive = 1;
-    EXPECT_EQ(socket.WriteFormat(none), 0);
+    EXPECT_EQ(socket.WriteFormat(none, 0), 0);
     EXPECT_EQ(log.count(), 0);
     EXPECT_EQ(socket.GetLastActiveTime(), 1);
     socket.Close();
