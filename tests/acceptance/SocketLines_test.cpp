@@ -296,6 +296,7 @@ TEST_F(AcceptedSocketTill, NeedsNoLog) {
 }
 
 TEST_F(AcceptedSocketTill, WaitsForEveryByteAfresh) {
+    // Five bytes 400 ms apart: together longer than the time-out, each of them well within it.
     std::thread sender([&] {
         for (const char* byte : {"a", "b", "c", "d", "\n"}) {
             std::this_thread::sleep_for(400ms);
