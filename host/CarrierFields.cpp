@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "InputChecks.h"
+#include "RetryFields.h"
 #include "VisibleText.h"
 
 namespace kvhost {
@@ -18,8 +19,7 @@ namespace {
 
 constexpr const char* kFieldNames =
     "name, id, server, port, security, sender, user, password, password_file, password_env, ca_file, "
-    "cert_file "
-    "or key_file";
+    "cert_file, key_file, on_doubt or retry";
 
 using Check = std::optional<std::string> (*)(std::string_view);
 
@@ -183,9 +183,25 @@ void ReadTlsFiles(ConfigTable& fields, const std::string& file, Carrier& carrier
     }
 }
 
+DoubtPolicy ReadDoubtPolicy(ConfigTable& fields, DoubtPolicy standard) {
+    static constexpr std::array<std::pair<std::string_view, DoubtPolicy>, 3> kNames{
+        {{"retry", DoubtPolicy::Retry}, {"hold", DoubtPolicy::Hold}, {"fail", DoubtPolicy::Fail}}};
+    const auto text = fields.Text("on_doubt");
+    for (const auto& [name, value] : kNames) {
+        if (text == name) {
+            return value;
+        }
+    }
+    if (text) {
+        fields.Refuse("on_doubt", "expected \"retry\", \"hold\" or \"fail\"");
+    }
+    return standard;
+}
+
 }  // namespace
 
-Carrier ReadCarrierFields(ConfigTable& fields, const std::string& file, const std::string& givenName) {
+Carrier ReadCarrierFields(ConfigTable& fields, const std::string& file, const std::string& givenName,
+                          const RetryPolicy& retry) {
     Carrier carrier;
     carrier.name = ReadName(fields, givenName);
     carrier.id = static_cast<unsigned long>(
@@ -195,6 +211,9 @@ Carrier ReadCarrierFields(ConfigTable& fields, const std::string& file, const st
     carrier.sender = Checked(fields, "sender", fields.NeededText("sender"), WhyNotAnAddress);
     ReadAccount(fields, file, carrier);
     ReadTlsFiles(fields, file, carrier);
+    carrier.onDoubt = ReadDoubtPolicy(fields, carrier.onDoubt);
+    carrier.retry = retry;
+    fields.ReadTable("retry", [&carrier](ConfigTable& table) { ReadRetryFields(table, carrier.retry); });
     fields.RefuseOthers(kFieldNames);
     return carrier;
 }

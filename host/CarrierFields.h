@@ -12,7 +12,9 @@ namespace kvhost {
 /// to.
 ///
 /// The paths of files are resolved beside `file`, and the files must be readable. A carrier that may use TLS
-/// by its own choice needs a ca_file: the driver accepts no certificate without one.
-Carrier ReadCarrierFields(ConfigTable& fields, const std::string& file, const std::string& givenName);
+/// by its own choice needs a ca_file: the driver accepts no certificate without one. `retry` is what applies where the
+/// carrier says nothing.
+Carrier ReadCarrierFields(ConfigTable& fields, const std::string& file, const std::string& givenName,
+                          const RetryPolicy& retry);
 
 }  // namespace kvhost

@@ -16,7 +16,8 @@ namespace kvhost {
 /// share an id only the first. One thread at a time.
 class CarrierReader {
 public:
-    CarrierReader(std::string file, HostConfig& config);
+    /// `retry` applies to carriers that say nothing about it.
+    CarrierReader(std::string file, const RetryPolicy& retry, HostConfig& config);
 
     /// Reads the node of the key "carrier". Throws BadInput when it is neither tables by name nor an array of
     /// tables.
@@ -40,6 +41,7 @@ private:
     void NumberTheRest();
 
     const std::string m_strFile;
+    const RetryPolicy m_retry;
     HostConfig& m_config;
     std::set<std::string> m_setNames;        ///< every valid name that was read, of refused carriers too
     std::set<unsigned long> m_setIds;        ///< ids that the file gives

@@ -1,5 +1,7 @@
 #include "CommandLine.h"
 
+#include <SQLiteCpp/Exception.h>
+
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -9,6 +11,7 @@
 #include "Command.h"
 #include "Problem.h"
 #include "SendCommand.h"
+#include "StoreError.h"
 #include "VisibleText.h"
 
 namespace kvhost {
@@ -61,6 +64,12 @@ int RunCommandLine(int argc, const char* const* argv) {
         return RunParsed(commands);
     } catch (const CLI::ParseError& error) {
         return Explain(app, error);
+    } catch (const StoreError& error) {
+        TellFaults(error.what());
+        return kExitNoStore;
+    } catch (const SQLite::Exception& error) {
+        TellFaults(std::string("the job store: ") + error.what());
+        return kExitNoStore;
     } catch (const std::exception& error) {
         TellFaults(error.what());
         return kExitBadInput;

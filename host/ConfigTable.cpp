@@ -1,5 +1,6 @@
 #include "ConfigTable.h"
 
+#include <sstream>
 #include <utility>
 
 #include "VisibleText.h"
@@ -50,6 +51,70 @@ std::optional<std::int64_t> ConfigTable::Integer(std::string_view key, std::int6
     return value;
 }
 
+std::optional<bool> ConfigTable::Boolean(std::string_view key) {
+    const toml::node* node = Node(key);
+    if (node == nullptr) {
+        return std::nullopt;
+    }
+    if (!node->is_boolean()) {
+        RefuseType(key, "true or false", *node);
+        return std::nullopt;
+    }
+    return node->as_boolean()->get();
+}
+
+std::optional<double> ConfigTable::Number(std::string_view key, double least, double most) {
+    const toml::node* node = Node(key);
+    if (node == nullptr) {
+        return std::nullopt;
+    }
+    std::ostringstream range;
+    range << "a number from " << least << " to " << most;
+    if (!node->is_number()) {
+        RefuseType(key, range.str().c_str(), *node);
+        return std::nullopt;
+    }
+    const double value = node->value<double>().value_or(least - 1);
+    // Written so that a value that is no number is refused as well.
+    if (!(value >= least && value <= most)) {
+        Refuse(key, "expected " + range.str());
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::optional<Milliseconds> ConfigTable::Duration(std::string_view key, Milliseconds least,
+                                                  Milliseconds most) {
+    const std::optional<std::string> text = Text(key);
+    if (!text) {
+        return std::nullopt;
+    }
+    const std::optional<Milliseconds> value = ParseDuration(*text);
+    if (!value || *value < least || *value > most) {
+        Refuse(key, std::string("expected ") + kDurationForm + ", from " + DurationText(least) + " to " +
+                        DurationText(most));
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::optional<std::vector<std::string>> ConfigTable::Texts(std::string_view key) {
+    const toml::node* node = Node(key);
+    if (node == nullptr) {
+        return std::nullopt;
+    }
+    const toml::array* array = node->as_array();
+    if (array == nullptr || !(array->empty() || array->is_homogeneous(toml::node_type::string))) {
+        Refuse(key, "expected a list of strings");
+        return std::nullopt;
+    }
+    std::vector<std::string> texts;
+    for (const toml::node& item : *array) {
+        texts.push_back(item.value_or<std::string>(""));
+    }
+    return texts;
+}
+
 const toml::table* ConfigTable::Table(std::string_view key) {
     const toml::node* node = Node(key);
     if (node != nullptr && !node->is_table()) {
@@ -57,6 +122,13 @@ const toml::table* ConfigTable::Table(std::string_view key) {
         return nullptr;
     }
     return node == nullptr ? nullptr : node->as_table();
+}
+
+void ConfigTable::ReadTable(std::string_view key, const std::function<void(ConfigTable&)>& read) {
+    if (const toml::table* table = Table(key)) {
+        ConfigTable fields(*table, m_strFile, FieldName(key), m_vecProblems);
+        read(fields);
+    }
 }
 
 const toml::node* ConfigTable::Node(std::string_view key) {

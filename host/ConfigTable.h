@@ -3,12 +3,14 @@
 #include <toml++/toml.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "Duration.h"
 #include "Problem.h"
 
 namespace kvhost {
@@ -28,7 +30,15 @@ public:
     /// As Text; an absent field is refused too.
     std::optional<std::string> NeededText(std::string_view key);
     std::optional<std::int64_t> Integer(std::string_view key, std::int64_t least, std::int64_t most);
+    std::optional<bool> Boolean(std::string_view key);
+    /// A number with or without decimals.
+    std::optional<double> Number(std::string_view key, double least, double most);
+    /// See kDurationForm.
+    std::optional<Milliseconds> Duration(std::string_view key, Milliseconds least, Milliseconds most);
+    std::optional<std::vector<std::string>> Texts(std::string_view key);
     const toml::table* Table(std::string_view key);
+    /// Has `read` read the fields of the table `key`, if there is one.
+    void ReadTable(std::string_view key, const std::function<void(ConfigTable& fields)>& read);
 
     /// The node of any type; counts as asked for.
     const toml::node* Node(std::string_view key);

@@ -42,7 +42,7 @@ bool WriteFile(const std::string& path, const std::string& text) {
     return stream.good();
 }
 
-std::chrono::milliseconds Milliseconds(double seconds) {
+std::chrono::milliseconds FromSeconds(double seconds) {
     return std::chrono::milliseconds(std::llround(seconds * 1000));
 }
 
@@ -61,7 +61,7 @@ CLI::App* SendCommand::Register(CLI::App& app) {
     send->add_option("jobs", m_options.jobs, "Files of jobs, one JSON object per line; - for standard input")
         ->required();
     send->add_option("--config", m_options.config, "Configuration file (TOML)")->required();
-    send->add_option("--driver", m_options.driver, "Driver library to load")->capture_default_str();
+    send->add_option("--driver", m_options.driver, "Driver library to load, instead of the configuration's");
     send->add_option("--log-level", m_options.logLevel, std::string("Level of the log: ") + kLogLevelNames)
         ->check(WhyNotALogLevel);
     send->add_option("--log-file", m_options.logFile,
@@ -114,6 +114,9 @@ HostConfig SendCommand::LoadConfig() const {
     if (!m_options.logFile.empty()) {
         config.logFile = m_options.logFile;
     }
+    if (!m_options.driver.empty()) {
+        config.driver = m_options.driver;
+    }
     return config;
 }
 
@@ -137,7 +140,7 @@ void SendCommand::Deliver(const HostConfig& config, const Batch& batch, Result& 
     const bool showsProgress = ShowsProgress(config);
     LogSink log(OpenLog(config.logLevel, config.logFile, showsProgress), MaskFor(config));
     ProgressLine progress(std::cerr, showsProgress);
-    DriverLibrary library(m_options.driver);
+    DriverLibrary library(config.driver);
     Delivery delivery(library, batch, result.outcomes, log, config.driverSettings, Limits());
     Delivery::End end = Delivery::End::NotStarted;
     signals.RunWatched([&] { end = delivery.Run([&progress](const Tally& tally) { progress.Show(tally); }); },
@@ -187,9 +190,9 @@ bool SendCommand::WriteReport(Result& result) const {
 DeliveryLimits SendCommand::Limits() const {
     DeliveryLimits limits;
     limits.tick = std::chrono::milliseconds(m_options.tickMs);
-    limits.overall = Milliseconds(m_options.timeoutSeconds);
-    limits.afterStop = Milliseconds(m_options.stopSeconds);
-    limits.cleanUp = Milliseconds(m_options.cleanUpSeconds);
+    limits.overall = FromSeconds(m_options.timeoutSeconds);
+    limits.afterStop = FromSeconds(m_options.stopSeconds);
+    limits.cleanUp = FromSeconds(m_options.cleanUpSeconds);
     return limits;
 }
 

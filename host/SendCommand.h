@@ -22,7 +22,7 @@ public:
 
 private:
     struct Options {
-        std::string driver = "libkvsmtpdriver.so";
+        std::string driver;  ///< empty: the configuration's
         std::string config;
         std::vector<std::string> jobs;
         std::string logLevel;

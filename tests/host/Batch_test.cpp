@@ -16,7 +16,8 @@ Carrier TestCarrier() {
             .sender = "alarms@example.org",
             .caFile = "ca",
             .certFile = "cert",
-            .keyFile = "key"};
+            .keyFile = "key",
+            .retry = {}};
 }
 
 Job TestJob(const std::string& id, const std::vector<std::string>& recipients) {

@@ -75,29 +75,29 @@ TEST_F(ConfigReaderTest, TheDriverSettingsGetTheDriversKeys) {
 }
 
 TEST_F(ConfigReaderTest, ADriverSettingBelowOneIsRefused) {
-    EXPECT_EQ(
-        FaultOf("[driver]\n\nmax_pins_per_transaction = 0\n"),
-        "kvhost.toml:3: driver.max_pins_per_transaction: expected an integer from 1 to 2147483647, found 0");
+    EXPECT_EQ(FaultOf("[driver]\n\nmax_pins_per_transaction = 0\n"),
+              "kvhost.toml:3: driver.max_pins_per_transaction: expected an integer from 1 to 10000, found 0");
     EXPECT_EQ(FaultOf("[driver]\nthreadpool_size = -1\n"),
-              "kvhost.toml:2: driver.threadpool_size: expected an integer from 1 to 2147483647, found -1");
+              "kvhost.toml:2: driver.threadpool_size: expected an integer from 1 to 1000, found -1");
 }
 
 TEST_F(ConfigReaderTest, ADriverSettingOfAnotherTypeIsRefused) {
-    EXPECT_EQ(
-        FaultOf("[driver]\nthreadpool_size = \"4\"\n"),
-        "kvhost.toml:2: driver.threadpool_size: expected an integer from 1 to 2147483647, found a string");
+    EXPECT_EQ(FaultOf("[driver]\nthreadpool_size = \"4\"\n"),
+              "kvhost.toml:2: driver.threadpool_size: expected an integer from 1 to 1000, found a string");
 }
 
 TEST_F(ConfigReaderTest, AnUnknownDriverSettingIsRefused) {
     EXPECT_EQ(FaultOf("[driver]\nthreads = 4\n"),
-              "kvhost.toml:2: driver.threads: unknown field, expected threadpool_size, "
+              "kvhost.toml:2: driver.threads: unknown field, expected library, threadpool_size, "
               "diff_carrier_connection_count, same_carrier_connection_count or max_pins_per_transaction");
 }
 
 TEST_F(ConfigReaderTest, EveryFaultIsNamedOnALineOfItsOwn) {
     EXPECT_EQ(FaultOf("colour = 1\n[log]\nlevel = \"loud\"\n"),
               "kvhost.toml:3: log.level: expected trace, debug, info, warning, error or off\n"
-              "kvhost.toml:1: colour: unknown field, expected driver, log or carrier");
+              "kvhost.toml:1: colour: unknown field, expected store, driver, log, run, limits, delivery_log, "
+              "http, retry or "
+              "carrier");
 }
 
 TEST_F(ConfigReaderTest, TheLogSettingsAreRead) {
@@ -108,7 +108,7 @@ TEST_F(ConfigReaderTest, TheLogSettingsAreRead) {
 
 TEST_F(ConfigReaderTest, AnUnknownLogFieldIsRefused) {
     EXPECT_EQ(FaultOf("[log]\ncolour = true\n"),
-              "kvhost.toml:2: log.colour: unknown field, expected level or file");
+              "kvhost.toml:2: log.colour: unknown field, expected level, file, bytes or files");
 }
 
 TEST_F(ConfigReaderTest, ASectionThatIsNoTableIsRefused) {
@@ -198,8 +198,8 @@ TEST_F(ConfigReaderTest, AnUnknownCarrierFieldIsRefused) {
     EXPECT_THAT(
         CarrierFaultsOf(std::string(kPager) + "tls = true\n"),
         ElementsAre("kvhost.toml:5: carrier.pager.tls: unknown field, expected name, id, server, port, "
-                    "security, sender, user, password, password_file, password_env, ca_file, cert_file "
-                    "or key_file"));
+                    "security, sender, user, password, password_file, password_env, ca_file, cert_file, "
+                    "key_file, on_doubt or retry"));
 }
 
 TEST_F(ConfigReaderTest, APortOutOfRangeIsRefused) {

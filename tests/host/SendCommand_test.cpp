@@ -113,7 +113,7 @@ TEST_F(SendCommandTest, StatusTwoAndNothingSentForABadSetting) {
     m_strConfig += "[driver]\nthreadpool_size = 0\n";
     EXPECT_EQ(Run(Job("a", "complete")), 2);
     EXPECT_EQ(Error(), "kvhost: " + m_folder.file("kvhost.toml") +
-                           ":8: driver.threadpool_size: expected an integer from 1 to 2147483647, found 0\n");
+                           ":8: driver.threadpool_size: expected an integer from 1 to 1000, found 0\n");
     EXPECT_EQ(Output(), "");
     EXPECT_FALSE(std::ifstream(m_folder.file("calls")).good());
 }

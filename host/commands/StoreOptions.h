@@ -1,0 +1,34 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+#include "HostConfig.h"
+#include "StoreDatabase.h"
+
+namespace kvhost {
+
+/// The options that every command on the store has. One thread at a time.
+class StoreOptions {
+public:
+    /// Adds --config, --store and --json.
+    void Register(CLI::App& command);
+
+    bool IsJson() const { return m_bJson; }
+    /// The configuration file: of the option, else of the environment variable KVHOST_CONFIG, else
+    /// "/etc/kvhost/kvhost.toml".
+    std::string ConfigFile() const;
+    /// Reads the configuration. Throws BadInput.
+    HostConfig LoadConfig() const;
+    /// The folder of --store, else the one that the configuration names. Throws BadInput when there is none.
+    std::string StoreFolder() const;
+    /// Opens the store, which must exist. Throws StoreError and BadInput.
+    StoreDatabase OpenStore() const;
+
+private:
+    std::string m_strConfig;
+    std::string m_strStore;
+    bool m_bJson = false;
+};
+
+}  // namespace kvhost
