@@ -47,6 +47,9 @@ ParsedObject ParseJsonObject(const std::string& text) {
     } catch (const json::parse_error& error) {
         result.wrong = "malformed JSON at byte " + std::to_string(error.byte) + ", expected one JSON object";
         return result;
+    } catch (const json::out_of_range&) {
+        result.wrong = "expected one JSON object, found a number that is too large in it";
+        return result;
     }
     if (!result.object.is_object()) {
         result.wrong = "expected one JSON object, found " + TypeName(result.object);

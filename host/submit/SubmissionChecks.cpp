@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "InputChecks.h"
+#include "MailAddresses.h"
 #include "SubmissionParser.h"
 #include "TimeText.h"
 #include "VisibleText.h"
@@ -32,17 +33,6 @@ std::string Shown(const std::string& value) {
 
 std::string Number(std::uint64_t number) {
     return std::to_string(number);
-}
-
-/// The domain is the same in either case, what stands before it need not be (RFC 5321 2.4).
-std::string Comparable(std::string address) {
-    const std::size_t at = address.rfind('@');
-    if (at != std::string::npos) {
-        std::transform(address.begin() + static_cast<std::ptrdiff_t>(at), address.end(),
-                       address.begin() + static_cast<std::ptrdiff_t>(at),
-                       [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    }
-    return address;
 }
 
 std::string WhyNotAnId(const std::string& id) {
@@ -135,7 +125,7 @@ private:
         std::set<std::string> seen;
         for (const std::string& recipient : recipients) {
             Judge(field, WhyNotARecipient(recipient));
-            if (!seen.insert(Comparable(recipient)).second) {
+            if (!seen.insert(ComparableAddress(recipient)).second) {
                 Judge(field, "expected every recipient once, found " + Shown(recipient) +
                                  " again; it would get the same mail twice");
             }
