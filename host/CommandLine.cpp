@@ -16,6 +16,7 @@
 #include "OperationCommand.h"
 #include "Problem.h"
 #include "PurgeCommand.h"
+#include "RunCommand.h"
 #include "SendCommand.h"
 #include "ShowCommand.h"
 #include "StatsCommand.h"
@@ -63,6 +64,7 @@ int Explain(const CLI::App& app, const CLI::ParseError& error, const std::vector
 }
 
 void AddCommands(CLI::App& app, Commands& commands) {
+    AddCommand(app, std::make_unique<RunCommand>(), commands);
     AddCommand(app, std::make_unique<SubmitCommand>(), commands);
     AddCommand(app, std::make_unique<SendCommand>(), commands);
     AddCommand(app, std::make_unique<ListCommand>(), commands);
