@@ -45,10 +45,10 @@ protected:
         return m_dir.write("kvhost.toml", text);
     }
 
-    std::unique_ptr<kvhosttest::ChildProcess> Spawn(const std::string& driver,
-                                                    const std::map<std::string, std::string>& environment = {}) {
-        const std::vector<std::string> command = {KV_BINARY_DIR "/kvhost", "run",         "--config",
-                                                  WriteConfig(),           "--driver",    driver,
+    std::unique_ptr<kvhosttest::ChildProcess> Spawn(
+        const std::string& driver, const std::map<std::string, std::string>& environment = {}) {
+        const std::vector<std::string> command = {KV_BINARY_DIR "/kvhost", "run",        "--config",
+                                                  WriteConfig(),           "--driver",   driver,
                                                   "--log-level",           m_strLogLevel};
         return std::make_unique<kvhosttest::ChildProcess>(command,
                                                           kvhosttest::ChildProcess::Input{"", environment});
@@ -85,8 +85,8 @@ protected:
     std::string StoreFolder() const { return m_dir.file("store"); }
     kvhost::StoreDatabase& Store() {
         if (!m_pStore) {
-            m_pStore = std::make_unique<kvhost::StoreDatabase>(StoreFolder(),
-                                                               kvhost::StoreDatabase::Access::Create);
+            m_pStore =
+                std::make_unique<kvhost::StoreDatabase>(StoreFolder(), kvhost::StoreDatabase::Access::Create);
         }
         return *m_pStore;
     }
