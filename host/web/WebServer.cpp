@@ -25,6 +25,7 @@ using Handled = httplib::Server::HandlerResponse;
 
 constexpr std::size_t kThreads = 4;
 constexpr std::size_t kWaiting = 64;  ///< connections that wait for a thread; further ones wait in the system
+constexpr int kBacklog = 128;
 constexpr time_t kSilenceSeconds = 5;
 constexpr const char* kText = "text/plain; charset=utf-8";
 constexpr const char* kHtml = "text/html; charset=utf-8";
@@ -91,9 +92,10 @@ void WebServer::SetLimits(const HttpSettings& settings) {
         static_cast<std::size_t>(std::min<std::uint64_t>(settings.bodyBytes, SIZE_MAX)));
     m_pServer->new_task_queue = [] { return new BoundedTasks(kThreads, kWaiting); };
     // Without SO_REUSEPORT, so that two servers cannot share an address by mistake.
-    m_pServer->set_socket_options([](socket_t socket) {
+    m_pServer->set_socket_options([this](socket_t socket) {
         const int on = 1;
         ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
+        m_nListener = socket;
     });
 }
 
@@ -181,6 +183,8 @@ void WebServer::Bind(const HttpSettings& settings) {
         throw BadInput("http: " + settings.address + ":" + std::to_string(settings.port) +
                        " cannot be listened on: " + cause + "; set http.address and http.port to a free one");
     }
+    // Once more, for a longer queue than the library's five: beyond it a client waits a second for its next attempt.
+    ::listen(m_nListener, kBacklog);
 }
 
 void WebServer::Listen() {

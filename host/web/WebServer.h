@@ -56,6 +56,7 @@ private:
     const Parts m_parts;
     const std::unique_ptr<httplib::Server> m_pServer;
     int m_nPort = 0;
+    int m_nListener = -1;                 ///< owned by the server
     std::atomic<bool> m_hasEnded{false};  ///< the thread no longer listens
     std::thread m_thread;
 };

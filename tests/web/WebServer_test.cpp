@@ -213,7 +213,8 @@ TEST_F(WebServerTest, ABodyBeyondTheLimitIsRefused) {
         server.Post("/jobs", [&wasCalled](const httplib::Request&, httplib::Response&) { wasCalled = true; });
     });
     const std::string answer =
-        Exchange(m_pServer->Port(), "POST /jobs HTTP/1.1\r\nHost: localhost\r\nContent-Length: 1001\r\n\r\n");
+        Exchange(m_pServer->Port(), "POST /jobs HTTP/1.1\r\nHost: localhost\r\nContent-Length: 1001\r\n\r\n" +
+                                        std::string(1001, 'x'));
     EXPECT_THAT(answer, testing::StartsWith("HTTP/1.1 413 "));
     EXPECT_FALSE(wasCalled);
 }
