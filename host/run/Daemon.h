@@ -13,10 +13,12 @@
 #include "JobLedger.h"
 #include "KvMessageFileQueue.h"
 #include "LogSink.h"
+#include "ObserverList.h"
 #include "OutgoingMail.h"
 #include "ReportWriter.h"
 #include "RunStatus.h"
 #include "Runner.h"
+#include "Secrets.h"
 #include "ServiceNotifier.h"
 #include "StoreDatabase.h"
 #include "StoreLock.h"
@@ -61,6 +63,7 @@ private:
     StoreDatabase m_store;
     const StoreLock m_lock;
     Doorbell m_doorbell;
+    const std::shared_ptr<Secrets> m_pSecrets;
     const std::shared_ptr<spdlog::logger> m_pLogger;
     LogSink m_log;
     ReportWriter m_reports;
@@ -69,7 +72,7 @@ private:
     OutgoingMail m_mail;
     JobLedger m_ledger;
     RunStatus m_status;
-    RunObserver m_observer;
+    ObserverList m_observers;
     WakeUp m_wakeUp;
     DriverLibrary m_library;
     DriverLoop m_driver;
