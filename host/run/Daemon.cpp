@@ -31,14 +31,17 @@ Daemon::Daemon(ConfigSource source, std::shared_ptr<const HostConfig> config, co
       m_store(m_pConfig->store, StoreDatabase::Access::Create),
       m_lock(m_pConfig->store),
       m_doorbell(m_pConfig->store),
+      m_config(m_pConfig),
       m_pSecrets(std::make_shared<Secrets>(SecretMask(SecretsOf(*m_pConfig)))),
       m_pLogger(OpenLog(m_pConfig->logLevel, {m_pConfig->logFile, m_pConfig->logBytes, m_pConfig->logFiles})),
-      m_log(m_pLogger, m_pSecrets, {}),
+      m_log(m_pLogger, m_pSecrets, [this](const std::string& text) { m_connections.Watch(text); }),
       m_reports(m_log),
       m_attachments(m_pConfig->store, m_pConfig->limits.attachmentBytes),
       m_mail(m_pConfig->store, m_attachments),
       m_ledger(m_store),
-      m_observers(m_pSecrets, {}, [this](const std::string& text) { m_log.Warn(text); }),
+      m_display({m_config, m_status, m_connections, m_pSecrets,
+                 [this](const std::string& text) { m_log.Warn(text); }}),
+      m_observers(m_pSecrets, m_display.Observers(), [this](const std::string& text) { m_log.Warn(text); }),
       m_library(m_pConfig->driver),
       m_driver({m_library,
                 {m_log, m_reports, m_returned},
@@ -53,6 +56,9 @@ Daemon::Daemon(ConfigSource source, std::shared_ptr<const HostConfig> config, co
 Runner::End Daemon::Run() {
     TellProblems(*m_pConfig);
     BeginRun();
+    if (const int port = m_display.Listen(); port != 0) {
+        m_log.Warn("listening on http://" + m_pConfig->http.address + ":" + std::to_string(port));
+    }
     m_pHousekeeper = std::make_unique<Housekeeper>(m_pConfig->store, m_pConfig, m_log);
     const Runner::End end = m_runner.Run();
     m_pHousekeeper.reset();
@@ -106,6 +112,7 @@ std::shared_ptr<const HostConfig> Daemon::Reload(const HostConfig& old) {
     m_pLogger->set_level(config->logLevel);
     TellProblems(*config);
     m_pHousekeeper->Adopt(config);
+    m_config.Set(config);
     m_log.Warn("the configuration was read anew: " + std::to_string(config->carriers.size()) +
                " carriers, before " + std::to_string(old.carriers.size()));
     return config;

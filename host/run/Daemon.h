@@ -5,6 +5,9 @@
 #include <string>
 
 #include "AttachmentStore.h"
+#include "ConnectionCounter.h"
+#include "CurrentConfig.h"
+#include "DaemonDisplay.h"
 #include "Doorbell.h"
 #include "DriverLibrary.h"
 #include "DriverLoop.h"
@@ -63,6 +66,8 @@ private:
     StoreDatabase m_store;
     const StoreLock m_lock;
     Doorbell m_doorbell;
+    CurrentConfig m_config;  ///< as it is now
+    ConnectionCounter m_connections;
     const std::shared_ptr<Secrets> m_pSecrets;
     const std::shared_ptr<spdlog::logger> m_pLogger;
     LogSink m_log;
@@ -72,6 +77,7 @@ private:
     OutgoingMail m_mail;
     JobLedger m_ledger;
     RunStatus m_status;
+    DaemonDisplay m_display;
     ObserverList m_observers;
     WakeUp m_wakeUp;
     DriverLibrary m_library;
