@@ -55,10 +55,10 @@ Daemon::Daemon(ConfigSource source, std::shared_ptr<const HostConfig> config, co
 
 Runner::End Daemon::Run() {
     TellProblems(*m_pConfig);
-    BeginRun();
     if (const int port = m_display.Listen(); port != 0) {
         m_log.Warn("listening on http://" + m_pConfig->http.address + ":" + std::to_string(port));
     }
+    BeginRun();
     m_pHousekeeper = std::make_unique<Housekeeper>(m_pConfig->store, m_pConfig, m_log);
     const Runner::End end = m_runner.Run();
     m_pHousekeeper.reset();
