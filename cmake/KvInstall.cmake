@@ -1,4 +1,4 @@
-# What `cmake --install` puts where. Three components: "driver", the plug-in; "tools", the reference host and the
+# What `cmake --install` puts where. Four components: "driver", the plug-in; "host", the reference host; "tools", the
 # embedded mail server; "sdk", what a host is built with: the contract headers, kvsystem, and the package file for
 # find_package(kvsmtp).
 include(GNUInstallDirs)
@@ -9,7 +9,8 @@ install(TARGETS kvsmtpdriver LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONE
 # kvhost looks for the plug-in by its bare name: the run path leads the loader there under any prefix.
 file(RELATIVE_PATH KV_LIBRARIES_FROM_PROGRAMS ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 set_target_properties(kvhost PROPERTIES INSTALL_RPATH "$ORIGIN/${KV_LIBRARIES_FROM_PROGRAMS}")
-install(TARGETS kvhost kvsink RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+install(TARGETS kvhost RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT host)
+install(TARGETS kvsink RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 
 set(KV_SDK_HEADERS
   driver/KvDriverEntryPoints.h

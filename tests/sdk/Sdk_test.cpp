@@ -176,8 +176,9 @@ TEST(InstallationTest, TheDriverComponentIsThePluginAlone) {
     EXPECT_EQ(FilesOfComponent("driver"), Files{kLibraries + "/libkvsmtpdriver.so"});
 }
 
-TEST(InstallationTest, TheToolsAreTheTwoPrograms) {
-    EXPECT_EQ(FilesOfComponent("tools"), (Files{"bin/kvhost", "bin/kvsink"}));
+TEST(InstallationTest, TheHostAndTheToolsAreOneProgramEach) {
+    EXPECT_EQ(FilesOfComponent("host"), Files{"bin/kvhost"});
+    EXPECT_EQ(FilesOfComponent("tools"), Files{"bin/kvsink"});
 }
 
 TEST(InstallationTest, TheSdkIsTheContractTheSystemLibraryAndThePackage) {
