@@ -32,8 +32,11 @@ unavailable() {
     exit "$UNAVAILABLE"
 }
 
-inside() { chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive "$@"; }
-as_kvhost() { inside setpriv --reuid kvhost --regid kvhost --init-groups -- "$@"; }
+# Each of these programs becomes the next one, so that what runs in the background has the process id of the last.
+readonly INSIDE=(chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive)
+readonly AS_KVHOST=("${INSIDE[@]}" setpriv --reuid kvhost --regid kvhost --init-groups --)
+inside() { "${INSIDE[@]}" "$@"; }
+as_kvhost() { "${AS_KVHOST[@]}" "$@"; }
 
 # The fresh system is made once and copied for each trial.
 make_base() {
@@ -80,7 +83,7 @@ install_dependencies() {
 
 # Files, accounts and groups of the system, without what every installation leaves behind.
 picture() {
-    (cd "$root" && find . -xdev \( -path ./proc -o -path ./tmp -o -path ./packages -o -path ./var/lib/dpkg -o -path ./var/cache \
+    (cd "$root" && find . -xdev \( -path ./proc -o -path ./run -o -path ./tmp -o -path ./packages -o -path ./var/lib/dpkg -o -path ./var/cache \
         -o -path ./var/log -o -path ./var/lib/apt -o -name ld.so.cache -o -name '*-' \) -prune -o -print | sort)
     (cd "$root" && find var/log -name '*kvhost*')
     cut -d: -f1 "$root/etc/passwd" "$root/etc/group"
@@ -124,7 +127,8 @@ wait_for() {
 
 start_sink() {
     inside install -d -o kvhost -g kvhost /tmp/mails
-    as_kvhost kvsink --listen 127.0.0.1:0 --port-file /tmp/mails/port --maildir /tmp/mails >"$work/kvsink.log" 2>&1 &
+    "${AS_KVHOST[@]}" kvsink --listen 127.0.0.1:0 --port-file /tmp/mails/port --maildir /tmp/mails >"$work/kvsink.log" 2>&1 &
+    sink=$!
     wait_for test -s "$root/tmp/mails/port" || fail "kvsink did not start: $(cat "$work/kvsink.log")"
 }
 
@@ -156,7 +160,7 @@ run_one() {
     as_kvhost kvhost config check || fail "the packaged configuration is refused"
     echo '{"id":"second","carrier":"relay","recipient":"ops@example.org","subject":"Trial","text":"Two."}' |
         as_kvhost kvhost submit --jsonl - || fail "kvhost submit"
-    as_kvhost kvhost run >"$work/run.log" 2>&1 &
+    "${AS_KVHOST[@]}" kvhost run >"$work/run.log" 2>&1 &
     host=$!
     wait_for is_delivered || fail "the job was not delivered: $(as_kvhost kvhost list; cat "$work/run.log")"
     mails_are 2 || fail "the second mail did not arrive"
@@ -188,6 +192,8 @@ is_delivered || fail "the jobs are not known after the packages were installed a
 grep -q '^\[carrier.relay\]' "$root/etc/kvhost/kvhost.toml" || fail "installing again replaced the configuration"
 say "jobs and configuration outlived remove and install"
 
+kill "$sink"
+wait "$sink" || fail "kvsink ended with $?"
 inside dpkg -P "${OURS[@]}" >>"$work/dpkg.log" 2>&1 || fail "dpkg -P failed: $(tail "$work/dpkg.log")"
 grep -i 'warning' "$work/dpkg.log" && fail "dpkg warned"
 picture >"$work/after"
