@@ -23,6 +23,20 @@ constexpr const char* kFieldNames =
 
 using Check = std::optional<std::string> (*)(std::string_view);
 
+/// Text that stands between braces in the driver's key of an account.
+std::optional<std::string> WhyNotAKeyPart(std::string_view text) {
+    if (text.find("}-{") != std::string_view::npos) {
+        return "expected a text without \"}-{\", which parts the pieces of a connection's key; choose "
+               "another one";
+    }
+    return WhyNotOneLine(text);
+}
+
+std::optional<std::string> WhyNotAUser(std::string_view text) {
+    const auto wrong = WhyNotAName(text);
+    return wrong ? wrong : WhyNotAKeyPart(text);
+}
+
 /// The text of a field that must pass `check`; empty when it is absent or refused.
 std::string Checked(ConfigTable& fields, std::string_view key, std::optional<std::string> value,
                     Check check) {
@@ -135,12 +149,12 @@ std::string ReadPassword(ConfigTable& fields, const std::string& file, const std
     if (password.empty()) {
         fields.Refuse(source, "expected a password, found none");
     }
-    return Checked(fields, source, password, WhyNotOneLine);
+    return Checked(fields, source, password, WhyNotAKeyPart);
 }
 
 /// The user and the password come together or not at all: the driver would silently not authenticate
 /// otherwise.
-void ReadAccount(ConfigTable& fields, const std::string& file, Carrier& carrier) {
+void ReadAccount(ConfigTable& fields, const std::string& file, SecretsUse secrets, Carrier& carrier) {
     const std::string source = PasswordSource(fields);
     if (source.empty() && fields.Has("user")) {
         fields.Refuse("user", "expected password, password_file or password_env with it");
@@ -148,28 +162,30 @@ void ReadAccount(ConfigTable& fields, const std::string& file, Carrier& carrier)
     if (!source.empty() && !fields.Has("user")) {
         fields.Refuse(source, "expected a user with it");
     }
-    carrier.user = Checked(fields, "user", fields.Text("user"), WhyNotAName);
-    if (!source.empty()) {
+    carrier.user = Checked(fields, "user", fields.Text("user"), WhyNotAUser);
+    if (!source.empty() && secrets == SecretsUse::Read) {
         carrier.password = ReadPassword(fields, file, source);
     }
 }
 
-std::string ReadFilePath(ConfigTable& fields, const std::string& file, std::string_view key) {
+std::string ReadFilePath(ConfigTable& fields, const std::string& file, std::string_view key,
+                         SecretsUse secrets = SecretsUse::Read) {
     const auto text = fields.Text(key);
     if (!text) {
         return {};
     }
     const std::string path = ResolveBeside(file, *text);
-    if (const auto wrong = WhyNotAReadableFile(path)) {
+    const auto wrong = secrets == SecretsUse::Read ? WhyNotAReadableFile(path) : std::nullopt;
+    if (wrong) {
         fields.Refuse(key, *wrong);
     }
     return path;
 }
 
-void ReadTlsFiles(ConfigTable& fields, const std::string& file, Carrier& carrier) {
+void ReadTlsFiles(ConfigTable& fields, const std::string& file, SecretsUse secrets, Carrier& carrier) {
     carrier.caFile = ReadFilePath(fields, file, "ca_file");
     carrier.certFile = ReadFilePath(fields, file, "cert_file");
-    carrier.keyFile = ReadFilePath(fields, file, "key_file");
+    carrier.keyFile = ReadFilePath(fields, file, "key_file", secrets);
     if (fields.Has("cert_file") != fields.Has("key_file")) {
         fields.Refuse(fields.Has("cert_file") ? "key_file" : "cert_file",
                       "expected cert_file and key_file together, the field is missing");
@@ -201,7 +217,7 @@ DoubtPolicy ReadDoubtPolicy(ConfigTable& fields, DoubtPolicy standard) {
 }  // namespace
 
 Carrier ReadCarrierFields(ConfigTable& fields, const std::string& file, const std::string& givenName,
-                          const RetryPolicy& retry) {
+                          const RetryPolicy& retry, SecretsUse secrets) {
     Carrier carrier;
     carrier.name = ReadName(fields, givenName);
     carrier.id = static_cast<unsigned long>(
@@ -209,8 +225,8 @@ Carrier ReadCarrierFields(ConfigTable& fields, const std::string& file, const st
     carrier.server = ReadServer(fields);
     carrier.security = ReadSecurity(fields);
     carrier.sender = Checked(fields, "sender", fields.NeededText("sender"), WhyNotAnAddress);
-    ReadAccount(fields, file, carrier);
-    ReadTlsFiles(fields, file, carrier);
+    ReadAccount(fields, file, secrets, carrier);
+    ReadTlsFiles(fields, file, secrets, carrier);
     carrier.onDoubt = ReadDoubtPolicy(fields, carrier.onDoubt);
     carrier.retry = retry;
     fields.ReadTable("retry", [&carrier](ConfigTable& table) { ReadRetryFields(table, carrier.retry); });

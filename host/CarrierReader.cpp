@@ -21,8 +21,9 @@ std::string Reasons(const std::vector<Problem>& problems, std::size_t first) {
 
 }  // namespace
 
-CarrierReader::CarrierReader(std::string file, const RetryPolicy& retry, HostConfig& config)
-    : m_strFile(std::move(file)), m_retry(retry), m_config(config) {}
+CarrierReader::CarrierReader(std::string file, const RetryPolicy& retry, SecretsUse secrets,
+                             HostConfig& config)
+    : m_strFile(std::move(file)), m_retry(retry), m_secrets(secrets), m_config(config) {}
 
 void CarrierReader::Read(const toml::node& node) {
     if (node.is_table()) {
@@ -61,7 +62,7 @@ void CarrierReader::ReadByName(const toml::table& carriers) {
 void CarrierReader::ReadOne(const toml::table& table, const std::string& path, const std::string& givenName) {
     const std::size_t firstProblem = m_config.problems.size();
     ConfigTable fields(table, m_strFile, path, m_config.problems);
-    Draft draft{ReadCarrierFields(fields, m_strFile, givenName, m_retry), LineOf(table), path,
+    Draft draft{ReadCarrierFields(fields, m_strFile, givenName, m_retry, m_secrets), LineOf(table), path,
                 fields.Has("id")};
     Accept(std::move(draft), m_config.problems.size() == firstProblem, firstProblem);
 }

@@ -6,6 +6,7 @@
 
 #include "ConfigTable.h"
 #include "HostConfig.h"
+#include "SecretsUse.h"
 
 namespace kvhost {
 
@@ -17,7 +18,7 @@ namespace kvhost {
 class CarrierReader {
 public:
     /// `retry` applies to carriers that say nothing about it.
-    CarrierReader(std::string file, const RetryPolicy& retry, HostConfig& config);
+    CarrierReader(std::string file, const RetryPolicy& retry, SecretsUse secrets, HostConfig& config);
 
     /// Reads the node of the key "carrier". Throws BadInput when it is neither tables by name nor an array of
     /// tables.
@@ -42,6 +43,7 @@ private:
 
     const std::string m_strFile;
     const RetryPolicy m_retry;
+    const SecretsUse m_secrets;
     HostConfig& m_config;
     std::set<std::string> m_setNames;        ///< every valid name that was read, of refused carriers too
     std::set<unsigned long> m_setIds;        ///< ids that the file gives

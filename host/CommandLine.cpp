@@ -12,6 +12,7 @@
 #include "Problem.h"
 #include "SendCommand.h"
 #include "StoreError.h"
+#include "SubmitCommand.h"
 #include "VisibleText.h"
 
 namespace kvhost {
@@ -59,6 +60,7 @@ int RunCommandLine(int argc, const char* const* argv) {
     app.require_subcommand(1);
     Commands commands;
     AddCommand(app, std::make_unique<SendCommand>(), commands);
+    AddCommand(app, std::make_unique<SubmitCommand>(), commands);
     try {
         app.parse(argc, argv);
         return RunParsed(commands);

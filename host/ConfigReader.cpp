@@ -65,7 +65,7 @@ void ReadLogSettings(ConfigTable& fields, const std::string& path, HostConfig& c
 
 }  // namespace
 
-HostConfig ReadConfig(const std::string& path) {
+HostConfig ReadConfig(const std::string& path, SecretsUse secrets) {
     const toml::table file = Parse(path);
     HostConfig config;
     std::vector<Problem> problems;
@@ -76,14 +76,14 @@ HostConfig ReadConfig(const std::string& path) {
     fields.ReadTable("limits", [&](ConfigTable& table) { ReadLimitFields(table, config.limits); });
     fields.ReadTable("delivery_log",
                      [&](ConfigTable& table) { ReadDeliveryLogFields(table, path, config.deliveryLog); });
-    fields.ReadTable("http", [&](ConfigTable& table) { ReadHttpFields(table, path, config.http); });
+    fields.ReadTable("http", [&](ConfigTable& table) { ReadHttpFields(table, path, secrets, config.http); });
     RetryPolicy retry;
     fields.ReadTable("retry", [&retry](ConfigTable& table) { ReadRetryFields(table, retry); });
     if (const auto folder = fields.Text("store")) {
         config.store = ResolveBeside(path, *folder);
     }
     if (const toml::node* carriers = fields.Node("carrier")) {
-        CarrierReader(path, retry, config).Read(*carriers);
+        CarrierReader(path, retry, secrets, config).Read(*carriers);
     }
     fields.RefuseOthers("store, driver, log, run, limits, delivery_log, http, retry or carrier");
     if (!problems.empty()) {

@@ -1,5 +1,7 @@
 #include "HostMessageFile.h"
 
+#include "MailText.h"
+
 namespace kvhost {
 
 HostMessageFile::HostMessageFile(const Job& job, const Carrier& carrier, std::size_t recipient,
@@ -7,8 +9,9 @@ HostMessageFile::HostMessageFile(const Job& job, const Carrier& carrier, std::si
     : m_nOutcome(outcome) {
     m_strMsgFileID = job.id + "_" + std::to_string(recipient + 1);
     m_strJobID = job.id;
-    m_strSubject = job.subject;
-    m_strMessage = job.text;
+    const PreparedMail mail = PrepareMail(job.subject, job.text);
+    m_strSubject = mail.subject;
+    m_strMessage = mail.text;
     m_strRecipient = job.recipients[recipient];
     m_vecAttachments = job.attachments;
     m_strCarrierName = carrier.name;

@@ -13,6 +13,7 @@ namespace kvhost {
 namespace {
 
 constexpr std::size_t kMaxAddress = 254;  // a path of 256 octets less its angle brackets
+constexpr std::size_t kMaxFileName = 255;
 
 bool IsControl(char c) {
     return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
@@ -30,19 +31,8 @@ std::string SystemText(int error) {
     return std::generic_category().message(error);
 }
 
-std::string_view WithoutCr(std::string_view line) {
-    return !line.empty() && line.back() == '\r' ? line.substr(0, line.size() - 1) : line;
-}
-
-bool HasLoneDot(std::string_view text) {
-    for (std::size_t start = 0; start <= text.size();) {
-        const std::size_t end = std::min(text.find('\n', start), text.size());
-        if (WithoutCr(text.substr(start, end - start)) == ".") {
-            return true;
-        }
-        start = end + 1;
-    }
-    return false;
+bool IsAscii(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
 }  // namespace
@@ -81,8 +71,28 @@ std::optional<std::string> WhyNotAMessageText(std::string_view text) {
     if (text.find('\0') != std::string_view::npos) {
         return "expected a text without NUL";
     }
-    if (HasLoneDot(text)) {
-        return "expected a text without a line that is a single dot: it would end the message there";
+    return std::nullopt;
+}
+
+std::optional<std::string> WhyNotAnAttachmentName(std::string_view name) {
+    if (name.empty() || name == "." || name == "..") {
+        return "expected a file name, found \"" + std::string(name) + "\"";
+    }
+    if (name.size() > kMaxFileName) {
+        return "expected a file name of at most 255 bytes, found " + std::to_string(name.size());
+    }
+    if (HasControl(name) || Has(name, "\"\\/")) {
+        return "expected a file name without control characters, quotation marks, slashes and backslashes";
+    }
+    if (!IsAscii(name)) {
+        return "expected a file name in ASCII: other characters arrive as something else in some mail "
+               "programs";
+    }
+    if (name.front() == ' ' || name.back() == ' ') {
+        return "expected a file name without blanks at its ends: they would get lost";
+    }
+    if (name.find("=?") != std::string_view::npos) {
+        return "expected a file name without \"=?\": mail programs decode what follows it";
     }
     return std::nullopt;
 }

@@ -20,9 +20,14 @@ std::optional<std::string> WhyNotOneLine(std::string_view text);
 /// A name or identifier: not empty and free of control characters.
 std::optional<std::string> WhyNotAName(std::string_view text);
 
-/// A message text that arrives whole: no NUL, which would cut it, and no line that is a single dot, which
-/// would end the message early and have the rest taken for commands (RFC 5321 4.5.2).
+/// A message text: no NUL, which would cut it.
 std::optional<std::string> WhyNotAMessageText(std::string_view text);
+
+/// A file name that the recipient of an attachment sees as it is. A driver puts it between quotation marks into header
+/// fields without any encoding, so there must be nothing in it that ends the quotation or the line, that mail programs
+/// decode, drop or read in different ways: printable ASCII without a quotation mark, a backslash, a slash, the
+/// beginning of an encoded word ("=?") and blanks at its ends; at most 255 bytes, and not "." or "..".
+std::optional<std::string> WhyNotAnAttachmentName(std::string_view name);
 
 /// An existing regular file that this process may read.
 std::optional<std::string> WhyNotAReadableFile(const std::string& path);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "InputChecks.h"
+#include "MailText.h"
 #include "VisibleText.h"
 
 namespace kvhost {
@@ -22,6 +23,17 @@ bool IsBlank(const std::string& line) {
 
 std::string Place(const Job& job) {
     return job.file + ":" + std::to_string(job.line);
+}
+
+void RefuseUnfitFile(JsonFields& fields, const std::string& path) {
+    if (const auto wrong = WhyNotAReadableFile(path)) {
+        fields.Refuse("attachments", *wrong);
+        return;
+    }
+    const std::string name = std::filesystem::path(path).filename().string();
+    if (const auto wrong = WhyNotAnAttachmentName(name)) {
+        fields.Refuse("attachments", *wrong + "; rename \"" + path + "\"");
+    }
 }
 
 }  // namespace
@@ -139,15 +151,16 @@ void JobReader::ReadMessage(JsonFields& fields, Job& job) {
     job.text = fields.NeededText("text").value_or("");
     if (const auto wrong = WhyNotAMessageText(job.text)) {
         fields.Refuse("text", *wrong);
+    } else if (const auto why = WhyOnlyAttached(job.text)) {
+        fields.Refuse("text",
+                      "expected a text that mail can carry, " + *why + "; attach it as a file instead");
     }
 }
 
 void JobReader::ReadAttachments(JsonFields& fields, Job& job) {
     for (const std::string& path : fields.Texts("attachments").value_or(std::vector<std::string>{})) {
         job.attachments.push_back(ResolveBeside(job.file, path));
-        if (const auto wrong = WhyNotAReadableFile(job.attachments.back())) {
-            fields.Refuse("attachments", *wrong);
-        }
+        RefuseUnfitFile(fields, job.attachments.back());
     }
 }
 

@@ -26,7 +26,8 @@ private:
     std::optional<std::string> m_optRepeated;
 };
 
-/// The type of `value` for messages, such as "a number".
+}  // namespace
+
 std::string TypeName(const json& value) {
     if (value.is_null()) {
         return "null";
@@ -34,8 +35,6 @@ std::string TypeName(const json& value) {
     const std::string name = value.type_name();
     return (name == "array" || name == "object" ? "an " : "a ") + name;
 }
-
-}  // namespace
 
 ParsedObject ParseJsonObject(const std::string& text) {
     RepeatedKeyWatch keys;
@@ -47,6 +46,9 @@ ParsedObject ParseJsonObject(const std::string& text) {
         result.object = json::parse(text, watch);
     } catch (const json::parse_error& error) {
         result.wrong = "malformed JSON at byte " + std::to_string(error.byte) + ", expected one JSON object";
+        return result;
+    } catch (const json::out_of_range&) {
+        result.wrong = "expected one JSON object, found a number that is too large in it";
         return result;
     }
     if (!result.object.is_object()) {
@@ -96,6 +98,24 @@ std::optional<std::vector<std::string>> JsonFields::Texts(const std::string& key
         texts.push_back(element.get<std::string>());
     }
     return texts;
+}
+
+std::optional<bool> JsonFields::Boolean(const std::string& key) {
+    const json* found = Node(key);
+    if (found == nullptr) {
+        return std::nullopt;
+    }
+    if (!found->is_boolean()) {
+        Refuse(key, "expected true or false, found " + TypeName(*found));
+        return std::nullopt;
+    }
+    return found->get<bool>();
+}
+
+const json* JsonFields::Node(const std::string& key) {
+    m_setAskedFor.insert(key);
+    const auto found = m_object.find(key);
+    return found == m_object.end() ? nullptr : &*found;
 }
 
 void JsonFields::RefuseOthers(const std::string& expected) {

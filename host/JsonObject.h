@@ -18,6 +18,9 @@ struct ParsedObject {
 /// Parses `text` as one JSON object (RFC 8259).
 ParsedObject ParseJsonObject(const std::string& text);
 
+/// The type of `value` for messages, such as "a number".
+std::string TypeName(const nlohmann::json& value);
+
 /// Reads the fields of one JSON object and notes what is wrong with them. One thread at a time; refers to the
 /// object.
 ///
@@ -36,6 +39,9 @@ public:
     /// As Text; an absent field is refused too.
     std::optional<std::string> NeededText(const std::string& key);
     std::optional<std::vector<std::string>> Texts(const std::string& key);
+    std::optional<bool> Boolean(const std::string& key);
+    /// The value of any type, null when there is none; counts as asked for.
+    const nlohmann::json* Node(const std::string& key);
 
     void Refuse(const std::string& field, const std::string& text) { m_vecFaults.push_back({field, text}); }
     /// Refuses every field that was not asked for; `expected` names the ones there are.

@@ -76,12 +76,13 @@ void ReadDeliveryLogFields(ConfigTable& fields, const std::string& file, Rotated
     fields.RefuseOthers("file, bytes or files");
 }
 
-void ReadHttpFields(ConfigTable& fields, const std::string& file, HttpSettings& http) {
+void ReadHttpFields(ConfigTable& fields, const std::string& file, SecretsUse secrets, HttpSettings& http) {
     http.isOn = true;
     http.address = fields.Text("address").value_or(http.address);
     ReadCount(fields, "port", 0, 65535, http.port);
     http.takesJobs = fields.Boolean("submit").value_or(http.takesJobs);
-    if (const auto path = fields.Text("token_file")) {
+    const auto path = fields.Text("token_file");
+    if (path && secrets == SecretsUse::Read) {
         http.token = ReadToken(fields, ResolveBeside(file, *path));
     }
     if (http.takesJobs && !fields.Has("token_file")) {

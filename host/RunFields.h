@@ -4,6 +4,7 @@
 
 #include "ConfigTable.h"
 #include "HostConfig.h"
+#include "SecretsUse.h"
 
 namespace kvhost {
 
@@ -13,6 +14,6 @@ namespace kvhost {
 void ReadRunFields(ConfigTable& fields, RunSettings& settings);
 void ReadLimitFields(ConfigTable& fields, SubmissionLimits& limits);
 void ReadDeliveryLogFields(ConfigTable& fields, const std::string& file, RotatedFile& log);
-void ReadHttpFields(ConfigTable& fields, const std::string& file, HttpSettings& http);
+void ReadHttpFields(ConfigTable& fields, const std::string& file, SecretsUse secrets, HttpSettings& http);
 
 }  // namespace kvhost

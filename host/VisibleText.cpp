@@ -116,6 +116,17 @@ std::string StripLineEnd(std::string_view text) {
     return std::string(text.substr(0, last == std::string_view::npos ? 0 : last + 1));
 }
 
+bool IsUtf8(std::string_view text) {
+    while (!text.empty()) {
+        const std::size_t length = SequenceLength(text);
+        if (length == 0) {
+            return false;
+        }
+        text.remove_prefix(length);
+    }
+    return true;
+}
+
 std::size_t CountCodePoints(std::string_view text) {
     return static_cast<std::size_t>(std::count_if(
         text.begin(), text.end(), [](char c) { return !IsContinuation(static_cast<unsigned char>(c)); }));

@@ -13,6 +13,9 @@ std::string MakeVisible(std::string_view text);
 /// `text` without the CR and LF characters at its end.
 std::string StripLineEnd(std::string_view text);
 
+/// True for valid UTF-8 (RFC 3629), the empty text included.
+bool IsUtf8(std::string_view text);
+
 /// Number of code points of valid UTF-8: the width of the text on a terminal, as far as no character is wide.
 std::size_t CountCodePoints(std::string_view text);
 

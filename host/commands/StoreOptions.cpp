@@ -29,15 +29,15 @@ std::string StoreOptions::ConfigFile() const {
     return variable != nullptr && *variable != '\0' ? variable : kStandardFile;
 }
 
-HostConfig StoreOptions::LoadConfig() const {
-    return ReadConfig(ConfigFile());
+HostConfig StoreOptions::LoadConfig(SecretsUse secrets) const {
+    return ReadConfig(ConfigFile(), secrets);
 }
 
 std::string StoreOptions::StoreFolder() const {
     if (!m_strStore.empty()) {
         return m_strStore;
     }
-    const HostConfig config = LoadConfig();
+    const HostConfig config = LoadConfig(SecretsUse::Skip);
     if (config.store.empty()) {
         throw BadInput({Problem{ConfigFile(), 0, "store",
                                 "expected the folder of the job store; the field is missing"}});

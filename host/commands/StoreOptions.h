@@ -4,6 +4,7 @@
 #include <string>
 
 #include "HostConfig.h"
+#include "SecretsUse.h"
 #include "StoreDatabase.h"
 
 namespace kvhost {
@@ -19,7 +20,7 @@ public:
     /// "/etc/kvhost/kvhost.toml".
     std::string ConfigFile() const;
     /// Reads the configuration. Throws BadInput.
-    HostConfig LoadConfig() const;
+    HostConfig LoadConfig(SecretsUse secrets = SecretsUse::Read) const;
     /// The folder of --store, else the one that the configuration names. Throws BadInput when there is none.
     std::string StoreFolder() const;
     /// Opens the store, which must exist. Throws StoreError and BadInput.

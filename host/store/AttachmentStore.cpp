@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "Sha256.h"
+#include "StoreError.h"
 
 namespace kvhost {
 
@@ -48,6 +49,19 @@ private:
     throw AttachmentError(what + ": " + why);
 }
 
+/// The store itself is in trouble: that is no fault of the attachment.
+[[noreturn]] void Fail(const std::string& what, const std::string& why) {
+    throw StoreError(what + ": " + why + "; make room or mend the rights, and submit again");
+}
+
+void MakeFolder(const fs::path& folder) {
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) {
+        Fail(folder.string(), "the folder cannot be made: " + error.message());
+    }
+}
+
 int OpenBeneath(int folder, const char* path) {
     open_how how{};
     how.flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
@@ -74,7 +88,7 @@ public:
           m_strPath((folder / "new-XXXXXX").string()),
           m_file(::mkostemp(m_strPath.data(), O_CLOEXEC)) {
         if (!m_file.IsOpen()) {
-            Refuse(folder.string(), std::string("nothing can be stored there: ") + std::strerror(errno));
+            Fail(folder.string(), std::string("nothing can be stored there: ") + std::strerror(errno));
         }
     }
     ~NewContent() {
@@ -100,8 +114,8 @@ public:
         std::error_code error;
         fs::create_directories(target.parent_path(), error);
         if (error || ::fsync(m_file.Get()) != 0 || ::rename(m_strPath.c_str(), target.c_str()) != 0) {
-            Refuse(m_strName,
-                   std::string("it cannot be stored: ") + (error ? error.message() : std::strerror(errno)));
+            Fail(m_strName,
+                 std::string("it cannot be stored: ") + (error ? error.message() : std::strerror(errno)));
         }
         m_bKept = true;
         SyncFolder(target.parent_path());
@@ -119,7 +133,7 @@ private:
                 continue;
             }
             if (written <= 0) {
-                Refuse(m_strName, std::string("it cannot be stored: ") + std::strerror(errno));
+                Fail(m_strName, std::string("it cannot be stored: ") + std::strerror(errno));
             }
             data += written;
             size -= static_cast<std::size_t>(written);
@@ -129,7 +143,7 @@ private:
     static void SyncFolder(const fs::path& folder) {
         const Descriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (!descriptor.IsOpen() || ::fsync(descriptor.Get()) != 0) {
-            Refuse(folder.string(), std::string("it cannot be written to disk: ") + std::strerror(errno));
+            Fail(folder.string(), std::string("it cannot be written to disk: ") + std::strerror(errno));
         }
     }
 
@@ -199,7 +213,7 @@ StoredAttachment AttachmentStore::AddFile(const fs::path& folder, const std::str
         Refuse(path, WhyNotOpened(errno));
     }
     CheckRegular(file.Get(), path);
-    fs::create_directories(m_pathFolder);
+    MakeFolder(m_pathFolder);
     NewContent content(m_pathFolder, given.filename().string(), m_nMaxBytes);
     CopyAll(file.Get(), content, path);
     const std::string digest = content.Digest();
@@ -208,7 +222,7 @@ StoredAttachment AttachmentStore::AddFile(const fs::path& folder, const std::str
 
 StoredAttachment AttachmentStore::AddContent(const std::string& name, std::string_view bytes) {
     CheckName(name);
-    fs::create_directories(m_pathFolder);
+    MakeFolder(m_pathFolder);
     NewContent content(m_pathFolder, name, m_nMaxBytes);
     content.Add(bytes.data(), bytes.size());
     const std::string digest = content.Digest();

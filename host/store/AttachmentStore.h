@@ -27,9 +27,9 @@ public:
 
     /// Copies the file `path` of the folder `folder`; on disk when it returns. No link is followed on the way, nothing
     /// outside of the folder is reached, and only a regular file is taken. An absolute `path` is one of the folder "/".
-    /// Throws AttachmentError.
+    /// Throws AttachmentError for the file, and StoreError when the store cannot be written.
     StoredAttachment AddFile(const std::filesystem::path& folder, const std::string& path);
-    /// Keeps `content` as the attachment `name`; on disk when it returns. Throws AttachmentError.
+    /// Keeps `content` as the attachment `name`; on disk when it returns. Throws as AddFile.
     StoredAttachment AddContent(const std::string& name, std::string_view content);
 
     /// A path whose last part is the attachment's name, for a reader that shows it to the recipient. Valid while the

@@ -39,10 +39,8 @@ std::vector<FoundJob> Find(StoreDatabase& store, const std::string& name) {
     return ReadFound(bySubmission);
 }
 
-}  // namespace
-
-/// Which states a verb applies to, and what it does to them.
-struct JobOperations::Rule {
+/// Which states an operation applies to, and what it does to them.
+struct Rule {
     std::vector<JobState> from;
     JobState to = JobState::Queued;
     bool isDueNow = false;  ///< the next attempt may begin at once
@@ -51,72 +49,101 @@ struct JobOperations::Rule {
     std::string refusal;  ///< for a job of another state; its state is put before it
 };
 
-std::vector<OperationResult> JobOperations::Retry(const std::string& name, StoreTime now) {
-    return Apply(name, now,
-                 {{JobState::Failed, JobState::InDoubt, JobState::Cancelled},
-                  JobState::Queued,
-                  true,
-                  true,
-                  "queued again by an operator",
-                  "only a failed, cancelled or in doubt job can be retried"});
-}
-
-std::vector<OperationResult> JobOperations::Hold(const std::string& name, StoreTime now) {
-    return Apply(name, now,
-                 {{JobState::Queued},
-                  JobState::Held,
-                  false,
-                  false,
-                  "held by an operator",
-                  "only a queued job can be held"});
-}
-
-std::vector<OperationResult> JobOperations::Release(const std::string& name, StoreTime now) {
-    return Apply(name, now,
-                 {{JobState::Held},
-                  JobState::Queued,
-                  false,
-                  false,
-                  "released by an operator",
-                  "only a held job can be released"});
-}
-
-std::vector<OperationResult> JobOperations::Cancel(const std::string& name, StoreTime now) {
-    return Apply(name, now,
-                 {{JobState::Queued, JobState::Held, JobState::InDoubt},
-                  JobState::Cancelled,
-                  false,
-                  false,
-                  "cancelled by an operator",
-                  "only a queued, held or in doubt job can be cancelled"});
-}
-
-std::vector<OperationResult> JobOperations::Apply(const std::string& name, StoreTime now, const Rule& rule) {
-    StoreWrite transaction(m_store);
-    const std::vector<FoundJob> jobs = Find(m_store, name);
-    if (jobs.empty()) {
-        return {{name, false, "there is no such job"}};
+const Rule& RuleOf(JobOperation operation) {
+    static const Rule kRetry{{JobState::Failed, JobState::InDoubt, JobState::Cancelled},
+                             JobState::Queued,
+                             true,
+                             true,
+                             "queued again by an operator",
+                             "only a failed, cancelled or in doubt job can be retried"};
+    static const Rule kHold{{JobState::Queued},
+                            JobState::Held,
+                            false,
+                            false,
+                            "held by an operator",
+                            "only a queued job can be held"};
+    static const Rule kRelease{{JobState::Held},
+                               JobState::Queued,
+                               false,
+                               false,
+                               "released by an operator",
+                               "only a held job can be released"};
+    static const Rule kCancel{{JobState::Queued, JobState::Held, JobState::InDoubt},
+                              JobState::Cancelled,
+                              false,
+                              false,
+                              "cancelled by an operator",
+                              "only a queued, held or in doubt job can be cancelled"};
+    switch (operation) {
+        case JobOperation::Retry:
+            return kRetry;
+        case JobOperation::Hold:
+            return kHold;
+        case JobOperation::Release:
+            return kRelease;
+        case JobOperation::Cancel:
+            break;
     }
-    SQLite::Statement update(m_store.Connection(),
-                             "UPDATE job SET state = ?1, changed = ?2, due = iif(?3, ?2, due), "
-                             "deadline = iif(?4, NULL, deadline), decision = ?5 WHERE key = ?6");
-    std::vector<OperationResult> results;
-    for (const FoundJob& job : jobs) {
-        if (std::find(rule.from.begin(), rule.from.end(), job.state) == rule.from.end()) {
-            results.push_back(
-                {job.id, false, std::string("it is ") + JobStateName(job.state) + "; " + rule.refusal});
-            continue;
+    return kCancel;
+}
+
+/// Applies one rule to the jobs of one name after the other, within the caller's transaction.
+class RuleRunner {
+public:
+    RuleRunner(StoreDatabase& store, const Rule& rule, StoreTime now)
+        : m_store(store),
+          m_rule(rule),
+          m_now(now),
+          m_update(store.Connection(),
+                   "UPDATE job SET state = ?1, changed = ?2, due = iif(?3, ?2, due), "
+                   "deadline = iif(?4, NULL, deadline), decision = ?5 WHERE key = ?6") {}
+
+    void Apply(const std::string& name, std::vector<OperationResult>& results) {
+        const std::vector<FoundJob> jobs = Find(m_store, name);
+        if (jobs.empty()) {
+            results.push_back({name, false, "there is no such job"});
         }
-        update.reset();
-        update.bind(1, static_cast<int>(rule.to));
-        update.bind(2, ToNumber(now));
-        update.bind(3, rule.isDueNow ? 1 : 0);
-        update.bind(4, rule.dropsDeadline ? 1 : 0);
-        update.bind(5, rule.event);
-        update.bind(6, job.key);
-        update.exec();
-        NoteEvent(m_store, job.key, now, rule.event);
-        results.push_back({job.id, true, ""});
+        for (const FoundJob& job : jobs) {
+            results.push_back(Apply(job));
+        }
+    }
+
+private:
+    OperationResult Apply(const FoundJob& job) {
+        if (std::find(m_rule.from.begin(), m_rule.from.end(), job.state) == m_rule.from.end()) {
+            return {job.id, false, std::string("it is ") + JobStateName(job.state) + "; " + m_rule.refusal};
+        }
+        m_update.reset();
+        m_update.bind(1, static_cast<int>(m_rule.to));
+        m_update.bind(2, ToNumber(m_now));
+        m_update.bind(3, m_rule.isDueNow ? 1 : 0);
+        m_update.bind(4, m_rule.dropsDeadline ? 1 : 0);
+        m_update.bind(5, m_rule.event);
+        m_update.bind(6, job.key);
+        m_update.exec();
+        NoteEvent(m_store, job.key, m_now, m_rule.event);
+        return {job.id, true, ""};
+    }
+
+    StoreDatabase& m_store;
+    const Rule& m_rule;
+    const StoreTime m_now;
+    SQLite::Statement m_update;
+};
+
+}  // namespace
+
+const std::vector<JobState>& StatesFor(JobOperation operation) {
+    return RuleOf(operation).from;
+}
+
+std::vector<OperationResult> JobOperations::Apply(JobOperation operation,
+                                                  const std::vector<std::string>& names, StoreTime now) {
+    StoreWrite transaction(m_store);
+    RuleRunner runner(m_store, RuleOf(operation), now);
+    std::vector<OperationResult> results;
+    for (const std::string& name : names) {
+        runner.Apply(name, results);
     }
     transaction.Commit();
     return results;

@@ -9,6 +9,17 @@
 
 namespace kvhost {
 
+/// What an operator can do to a job.
+enum class JobOperation {
+    Retry,    ///< queue it again, due at once; the deadline no longer counts
+    Hold,     ///< keep it back until it is released
+    Release,  ///< queue it again, due when it was due before
+    Cancel    ///< end it; a job that is with the driver cannot be called back
+};
+
+/// The states that a job must have for the operation.
+const std::vector<JobState>& StatesFor(JobOperation operation);
+
 /// What became of an operator's wish for one job.
 struct OperationResult {
     std::string id;  ///< of the job
@@ -23,7 +34,7 @@ struct PurgeResult {
 };
 
 /// What an operator does to jobs, beside a running host or without one. Each call is one transaction; what was done is
-/// noted in the history of the job. One thread at a time, as its database.
+/// noted in the history of each job. One thread at a time, as its database.
 ///
 /// A name is that of a job or of a submission; the latter stands for all of its jobs. An unknown name gives one result
 /// that says so.
@@ -31,23 +42,28 @@ class JobOperations {
 public:
     explicit JobOperations(StoreDatabase& store) : m_store(store) {}
 
-    /// Queues jobs again that are failed, in doubt or cancelled, due at once; the deadline no longer counts.
-    std::vector<OperationResult> Retry(const std::string& name, StoreTime now);
-    /// Keeps queued jobs back until they are released.
-    std::vector<OperationResult> Hold(const std::string& name, StoreTime now);
-    /// Queues held jobs again, due when they were due before.
-    std::vector<OperationResult> Release(const std::string& name, StoreTime now);
-    /// Ends jobs that are queued, held or in doubt. A job that is with the driver cannot be called back.
-    std::vector<OperationResult> Cancel(const std::string& name, StoreTime now);
+    /// Does it to the jobs of every name, in their order.
+    std::vector<OperationResult> Apply(JobOperation operation, const std::vector<std::string>& names,
+                                       StoreTime now);
+
+    std::vector<OperationResult> Retry(const std::string& name, StoreTime now) {
+        return Apply(JobOperation::Retry, {name}, now);
+    }
+    std::vector<OperationResult> Hold(const std::string& name, StoreTime now) {
+        return Apply(JobOperation::Hold, {name}, now);
+    }
+    std::vector<OperationResult> Release(const std::string& name, StoreTime now) {
+        return Apply(JobOperation::Release, {name}, now);
+    }
+    std::vector<OperationResult> Cancel(const std::string& name, StoreTime now) {
+        return Apply(JobOperation::Cancel, {name}, now);
+    }
 
     /// Deletes jobs that ended (delivered, failed or cancelled; only those of `state` when it is given) before
     /// `before`, with their history, and submissions without a job. At most `limit` jobs.
     PurgeResult Purge(StoreTime before, std::optional<JobState> state, int limit);
 
 private:
-    struct Rule;
-    std::vector<OperationResult> Apply(const std::string& name, StoreTime now, const Rule& rule);
-
     StoreDatabase& m_store;
 };
 

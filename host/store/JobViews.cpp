@@ -21,13 +21,32 @@ std::vector<StoredJob> ReadJobs(SQLite::Statement& rows) {
     return jobs;
 }
 
-std::string Condition(const JobFilter& filter) {
+/// How many jobs a filter by state and carrier would look at, by either index, and find.
+struct Candidates {
+    std::int64_t ofState = 0;
+    std::int64_t ofCarrier = 0;
+    std::int64_t ofBoth = 0;
+};
+
+Candidates CountCandidates(StoreDatabase& store, JobState state, const std::string& carrier) {
+    SQLite::Statement counts(store.Connection(),
+                             "SELECT total(iif(state = ?1, jobs, 0)), total(iif(carrier = ?2, jobs, 0)), "
+                             "total(iif(state = ?1 AND carrier = ?2, jobs, 0)) FROM tally");
+    counts.bind(1, static_cast<int>(state));
+    counts.bind(2, carrier);
+    counts.executeStep();
+    return {counts.getColumn(0).getInt64(), counts.getColumn(1).getInt64(), counts.getColumn(2).getInt64()};
+}
+
+// A "+" keeps the database from using the index of that column. Which of the two leaves less to look at is something
+// that only the tally knows.
+std::string Condition(const JobFilter& filter, bool prefersCarrier) {
     std::string condition = "job.key < :before";
     if (filter.state) {
-        condition += " AND job.state = :state";
+        condition += std::string(" AND ") + (prefersCarrier ? "+" : "") + "job.state = :state";
     }
     if (filter.carrier) {
-        condition += " AND job.carrier = :carrier";
+        condition += std::string(" AND ") + (prefersCarrier ? "" : "+") + "job.carrier = :carrier";
     }
     return condition + " ORDER BY job.key DESC LIMIT :limit";
 }
@@ -66,7 +85,15 @@ std::vector<JobEvent> ReadEvents(StoreDatabase& store, std::int64_t job) {
 }  // namespace
 
 std::vector<StoredJob> JobViews::List(const JobFilter& filter) {
-    SQLite::Statement rows(m_store.Connection(), SelectJobs(Condition(filter)));
+    bool prefersCarrier = filter.carrier.has_value();
+    if (filter.state && filter.carrier) {
+        const Candidates candidates = CountCandidates(m_store, *filter.state, *filter.carrier);
+        if (candidates.ofBoth == 0) {
+            return {};
+        }
+        prefersCarrier = candidates.ofCarrier < candidates.ofState;
+    }
+    SQLite::Statement rows(m_store.Connection(), SelectJobs(Condition(filter, prefersCarrier)));
     rows.bind(":before", filter.before);
     rows.bind(":limit", filter.limit);
     if (filter.state) {

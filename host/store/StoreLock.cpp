@@ -29,6 +29,19 @@ std::string ReadOwner(int fd) {
     return owner.empty() ? "unknown" : owner;
 }
 
+// Who looks whether the lock is taken has it for a few microseconds: that must not keep a host from starting.
+bool Lock(int fd) {
+    constexpr int kTries = 50;
+    constexpr useconds_t kPauseUs = 10000;
+    for (int i = 1; i < kTries; ++i) {
+        if (::flock(fd, LOCK_EX | LOCK_NB) == 0) {
+            return true;
+        }
+        ::usleep(kPauseUs);
+    }
+    return ::flock(fd, LOCK_EX | LOCK_NB) == 0;
+}
+
 bool WriteOwner(int fd) {
     const std::string text = std::to_string(::getpid()) + "\n";
     return ::ftruncate(fd, 0) == 0 &&
@@ -43,7 +56,7 @@ StoreLock::StoreLock(const std::filesystem::path& folder) {
     if (m_fd < 0) {
         throw StoreError(file + ": the lock of the store cannot be made: " + std::strerror(errno));
     }
-    if (::flock(m_fd, LOCK_EX | LOCK_NB) != 0) {
+    if (!Lock(m_fd)) {
         const std::string owner = ReadOwner(m_fd);
         ::close(m_fd);
         throw StoreError(file + ": another kvhost runs on this store (process " + owner +

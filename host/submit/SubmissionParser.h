@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,8 +20,8 @@ struct AttachmentSource {
 /// A submission as it was handed in, with what is wrong with it.
 struct SubmissionDraft {
     struct Fault {
-        std::string field;
-        std::string text;  ///< what was expected, and what to do
+        std::string field;  ///< empty when the submission as a whole is meant
+        std::string text;   ///< what was expected, and what to do
     };
 
     Submission submission;  ///< without its attachments
@@ -30,6 +31,9 @@ struct SubmissionDraft {
     bool IsRefused() const { return !faults.empty(); }
 };
 
+/// "FIELD: TEXT", or the text alone.
+std::string Describe(const SubmissionDraft::Fault& fault);
+
 /// Who hands in: what is on this machine may name files, what comes over the network may not.
 enum class SubmissionOrigin { Local, Remote };
 
@@ -38,7 +42,15 @@ enum class SubmissionOrigin { Local, Remote };
 SubmissionDraft ParseSubmission(const nlohmann::json& object, const HostConfig& config,
                                 SubmissionOrigin origin, StoreTime now);
 
-/// The checks alone, for a draft that was made otherwise: adds what is wrong to its faults.
+/// Reads a moment, an RFC 3339 time or a duration from `now` on, into `time`. Answers what is wrong with any other
+/// text, empty for nothing.
+std::string ReadMoment(const std::string& text, StoreTime now, std::optional<StoreTime>& time);
+
+/// The checks alone, for a draft that was made otherwise: adds what is wrong to its faults. A field that has a fault
+/// already gets no other.
 void CheckSubmission(SubmissionDraft& draft, const HostConfig& config, StoreTime now);
+
+/// A random identifier of 128 bits, as 32 hexadecimal digits. Any thread.
+std::string NewSubmissionId();
 
 }  // namespace kvhost

@@ -51,18 +51,47 @@ TEST(InputChecksTest, AMessageTextHasNoNul) {
     EXPECT_EQ(WhyNotAMessageText(std::string("a\0b", 3)), "expected a text without NUL");
 }
 
-TEST(InputChecksTest, AMessageTextHasNoLineThatIsASingleDot) {
-    const std::string expected =
-        "expected a text without a line that is a single dot: it would end the message there";
-    EXPECT_EQ(WhyNotAMessageText("."), expected);
-    EXPECT_EQ(WhyNotAMessageText("one\n.\nMAIL FROM: <x@y>"), expected);
-    EXPECT_EQ(WhyNotAMessageText("one\r\n.\r\ntwo"), expected);
-    EXPECT_EQ(WhyNotAMessageText("one\n."), expected);
+TEST(InputChecksTest, AMessageTextMayHaveLinesOfDots) {
+    for (const char* text : {"", ".", "one\n.\nMAIL FROM: <x@y>", "one\r\n.\r\ntwo", "..\n.x\nThe end.\n"}) {
+        EXPECT_EQ(WhyNotAMessageText(text), std::nullopt);
+    }
 }
 
-TEST(InputChecksTest, DotsWithinLinesAreFine) {
-    EXPECT_EQ(WhyNotAMessageText("..\n.x\nThe end.\n"), std::nullopt);
-    EXPECT_EQ(WhyNotAMessageText(""), std::nullopt);
+TEST(InputChecksTest, AnAttachmentMayHaveTheseNames) {
+    for (const char* name :
+         {"plan.pdf", "a b.txt", ".hidden", "semi;colon,'=%41[x](y)<z>.txt", "-x", "..."}) {
+        EXPECT_EQ(WhyNotAnAttachmentName(name), std::nullopt) << name;
+    }
+    EXPECT_EQ(WhyNotAnAttachmentName(std::string(255, 'x')), std::nullopt);
+}
+
+TEST(InputChecksTest, AnAttachmentHasAFileName) {
+    EXPECT_EQ(WhyNotAnAttachmentName(""), "expected a file name, found \"\"");
+    EXPECT_EQ(WhyNotAnAttachmentName("."), "expected a file name, found \".\"");
+    EXPECT_EQ(WhyNotAnAttachmentName(".."), "expected a file name, found \"..\"");
+    EXPECT_EQ(WhyNotAnAttachmentName(std::string(256, 'x')),
+              "expected a file name of at most 255 bytes, found 256");
+}
+
+TEST(InputChecksTest, AnAttachmentsNameHasNothingThatEndsItsQuotation) {
+    const std::string expected =
+        "expected a file name without control characters, quotation marks, slashes and backslashes";
+    for (const char* name : {"a\"b", "a\\b", "a/b", "a\rb", "a\nb", "a\r\nX: 1", "a\tb", "a\x7f"}) {
+        EXPECT_EQ(WhyNotAnAttachmentName(name), expected) << name;
+    }
+    EXPECT_EQ(WhyNotAnAttachmentName(std::string_view("a\0b", 3)), expected);
+}
+
+TEST(InputChecksTest, AnAttachmentsNameHasNothingThatMailProgramsReadDifferently) {
+    EXPECT_EQ(
+        WhyNotAnAttachmentName("caf\xC3\xA9.txt"),
+        "expected a file name in ASCII: other characters arrive as something else in some mail programs");
+    EXPECT_EQ(WhyNotAnAttachmentName(" a"),
+              "expected a file name without blanks at its ends: they would get lost");
+    EXPECT_EQ(WhyNotAnAttachmentName("a "),
+              "expected a file name without blanks at its ends: they would get lost");
+    EXPECT_EQ(WhyNotAnAttachmentName("a=?b"),
+              "expected a file name without \"=?\": mail programs decode what follows it");
 }
 
 TEST(InputChecksTest, AnExistingFileIsReadable) {

@@ -176,11 +176,27 @@ TEST_F(JobReaderTest, ATextHasNoNul) {
                 ElementsAre("jobs.jsonl:1: text: expected a text without NUL"));
 }
 
-TEST_F(JobReaderTest, ATextThatWouldEndTheMessageEarlyIsRefused) {
+TEST_F(JobReaderTest, ATextMayHaveALineOfASingleDot) {
+    EXPECT_THAT(FaultsOf(R"({"id":"a","carrier":"pager","recipient":"a@b","text":"a\n.\nb"})"), IsEmpty());
+}
+
+TEST_F(JobReaderTest, ATextThatCanOnlyBeAttachedIsRefusedWithTheRemedy) {
     EXPECT_THAT(
-        FaultsOf(R"({"id":"a","carrier":"pager","recipient":"a@b","text":"a\n.\nb"})"),
-        ElementsAre("jobs.jsonl:1: text: expected a text without a line that is a single dot: it would end "
-                    "the message there"));
+        FaultsOf(R"({"id":"a","carrier":"pager","recipient":"a@b","text":")" + std::string(999, 'x') +
+                 R"("})"),
+        ElementsAre("jobs.jsonl:1: text: expected a text that mail can carry, it has a line of more than 998 "
+                    "bytes; attach it as a file instead"));
+}
+
+TEST_F(JobReaderTest, AnAttachmentWhoseNameWouldNotArriveIsRefusedWithTheRemedy) {
+    const kvtest::TempDir folder;
+    const std::string path = folder.write("caf\xC3\xA9.txt", "x");
+    EXPECT_THAT(
+        FaultsOf(R"({"id":"a","carrier":"pager","recipient":"a@b","text":"x","attachments":[")" + path +
+                 R"("]})"),
+        ElementsAre("jobs.jsonl:1: attachments: expected a file name in ASCII: other characters arrive as "
+                    "something else in some mail programs; rename \"" +
+                    path + "\""));
 }
 
 TEST_F(JobReaderTest, AnUnknownCarrierIsRefused) {

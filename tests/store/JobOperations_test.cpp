@@ -127,6 +127,22 @@ TEST_F(JobOperationsTest, ASubmissionStandsForAllItsJobsAndEachAnswersForItself)
     EXPECT_EQ(StateOf("a/2"), JobState::Cancelled);
 }
 
+TEST_F(JobOperationsTest, ManyNamesAreTakenTogetherInTheirOrder) {
+    Submit(Mail("a"));
+    Submit(Mail("b"));
+    const std::vector<OperationResult> results =
+        JobOperations(m_store).Apply(JobOperation::Hold, {"b", "nobody", "a"}, Now());
+    ASSERT_EQ(results.size(), 3U);
+    EXPECT_EQ(results[0].id, "b");
+    EXPECT_TRUE(results[0].isDone);
+    EXPECT_EQ(results[1].id, "nobody");
+    EXPECT_FALSE(results[1].isDone);
+    EXPECT_EQ(results[2].id, "a");
+    EXPECT_TRUE(results[2].isDone);
+    EXPECT_EQ(StateOf("a"), JobState::Held);
+    EXPECT_EQ(StateOf("b"), JobState::Held);
+}
+
 TEST_F(JobOperationsTest, WhatAnOperatorDidIsInTheHistory) {
     Submit(Mail("a"));
     m_operations.Hold("a", Now());

@@ -1,5 +1,7 @@
 #include "JobViews.h"
 
+#include <sqlite3.h>
+
 #include "StoreFixture.h"
 
 namespace kvhost {
@@ -37,6 +39,50 @@ TEST_F(JobViewsTest, TheListIsNarrowedByStateAndCarrier) {
     filter.carrier.reset();
     filter.state = JobState::Queued;
     EXPECT_EQ(Ids(filter), (std::vector<std::string>{"b", "a"}));
+}
+
+/// Counts the hundreds of steps that the database takes for the queries of a connection.
+class StepCounter {
+public:
+    explicit StepCounter(StoreDatabase& store) : m_handle(store.Connection().getHandle()) {
+        ::sqlite3_progress_handler(
+            m_handle, 100, [](void* count) { return ++*static_cast<int*>(count) < 0 ? 1 : 0; }, &m_nHundreds);
+    }
+    ~StepCounter() { ::sqlite3_progress_handler(m_handle, 0, nullptr, nullptr); }
+    StepCounter(const StepCounter&) = delete;
+    StepCounter& operator=(const StepCounter&) = delete;
+
+    int Hundreds() const { return m_nHundreds; }
+
+private:
+    sqlite3* const m_handle;
+    int m_nHundreds = 0;
+};
+
+// 5,000 jobs that are looked at take 25,000 steps and more.
+TEST_F(JobViewsTest, AListLooksAtFewJobsHoweverManyThereAre) {
+    std::vector<Submission> mails;
+    for (int i = 0; i < 5000; ++i) {
+        mails.push_back(Mail("job-" + std::to_string(i)));
+    }
+    mails.push_back(Mail("other", "west"));
+    JobIntake(m_store).Submit(mails, Now());
+    JobOperations(m_store).Hold("job-0", Now());
+    const StepCounter steps(m_store);
+    JobFilter filter;
+    filter.limit = 10;
+    EXPECT_EQ(Ids(filter).size(), 10U);
+    filter.state = JobState::Held;
+    EXPECT_EQ(Ids(filter), std::vector<std::string>{"job-0"});
+    filter.carrier = "east";
+    EXPECT_EQ(Ids(filter), std::vector<std::string>{"job-0"});
+    filter.carrier = "west";
+    EXPECT_EQ(Ids(filter), std::vector<std::string>{});
+    filter.state = JobState::Queued;
+    EXPECT_EQ(Ids(filter), std::vector<std::string>{"other"});
+    filter.state.reset();
+    EXPECT_EQ(Ids(filter), std::vector<std::string>{"other"});
+    EXPECT_LT(steps.Hundreds(), 40);
 }
 
 TEST_F(JobViewsTest, OnePageBeginsWhereTheOtherEnds) {

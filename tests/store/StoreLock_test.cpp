@@ -1,8 +1,13 @@
 #include "StoreLock.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <chrono>
+#include <thread>
 
 #include "TempDir.h"
 
@@ -26,6 +31,20 @@ TEST(StoreLockTest, ASecondHostIsRefusedAndToldWhoRuns) {
     EXPECT_TRUE(StoreLock::IsTaken(dir.path()));
     EXPECT_THAT(WhyNotLocked(dir.path()),
                 HasSubstr("another kvhost runs on this store (process " + std::to_string(::getpid()) + ")"));
+}
+
+TEST(StoreLockTest, WhoOnlyLooksKeepsNoHostFromStarting) {
+    const kvtest::TempDir dir;
+    { const StoreLock lock(dir.path()); }
+    const int look = ::open((dir.path() + "/host.lock").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(::flock(look, LOCK_SH), 0);
+    // A look lasts microseconds; this one lasts long enough that the host meets it.
+    std::thread looker([look] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        ::close(look);
+    });
+    EXPECT_EQ(WhyNotLocked(dir.path()), "");
+    looker.join();
 }
 
 TEST(StoreLockTest, TheLockEndsWithTheObject) {

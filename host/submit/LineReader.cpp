@@ -1,0 +1,95 @@
+#include "LineReader.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+#include "Problem.h"
+
+namespace kvhost {
+
+namespace {
+
+constexpr std::size_t kMostBytes = std::size_t{256} << 20U;
+
+[[noreturn]] void Fail(const std::string& name, unsigned long line, const std::string& text) {
+    throw BadInput({Problem{name, line, "", text}});
+}
+
+}  // namespace
+
+LineReader::LineReader(const std::string& path)
+    : m_strName(path == "-" ? "standard input" : path),
+      m_fd(path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (m_fd < 0) {
+        Fail(m_strName, 0, "cannot be read: " + std::generic_category().message(errno));
+    }
+}
+
+LineReader::~LineReader() {
+    if (m_fd != STDIN_FILENO) {
+        ::close(m_fd);
+    }
+}
+
+std::optional<std::string> LineReader::Next() {
+    while (!HasLine() && !m_bEnd) {
+        ReadMore();
+    }
+    if (m_nBegin == m_strBuffer.size()) {
+        return std::nullopt;
+    }
+    ++m_nLine;
+    std::string line = m_strBuffer.substr(m_nBegin, m_nScanned - m_nBegin);
+    m_nBegin = m_nScanned < m_strBuffer.size() ? m_nScanned + 1 : m_nScanned;
+    m_nScanned = m_nBegin;
+    return line;
+}
+
+bool LineReader::IsReady() {
+    while (!HasLine() && !m_bEnd) {
+        pollfd wait{m_fd, POLLIN, 0};
+        if (::poll(&wait, 1, 0) == 0) {
+            return false;
+        }
+        ReadMore();
+    }
+    return true;
+}
+
+std::string LineReader::Rest() {
+    while (!m_bEnd) {
+        ReadMore();
+    }
+    return m_strBuffer.substr(m_nBegin);
+}
+
+bool LineReader::HasLine() {
+    const std::size_t end = m_strBuffer.find('\n', m_nScanned);
+    m_nScanned = end == std::string::npos ? m_strBuffer.size() : end;
+    return end != std::string::npos;
+}
+
+void LineReader::ReadMore() {
+    m_strBuffer.erase(0, m_nBegin);
+    m_nScanned -= m_nBegin;
+    m_nBegin = 0;
+    if (m_strBuffer.size() > kMostBytes) {
+        Fail(m_strName, m_nLine + 1, "expected at most 256 MiB, found more");
+    }
+    std::array<char, 65536> piece{};
+    const ssize_t count = ::read(m_fd, piece.data(), piece.size());
+    if (count > 0) {
+        m_strBuffer.append(piece.data(), static_cast<std::size_t>(count));
+    } else if (count == 0) {
+        m_bEnd = true;
+    } else if (errno != EINTR) {
+        Fail(m_strName, m_nLine + 1, "cannot be read: " + std::generic_category().message(errno));
+    }
+}
+
+}  // namespace kvhost

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace kvhost {
+
+/// Reads a file or the standard input line by line, and tells when the next line is not there yet. One thread at a
+/// time.
+class LineReader {
+public:
+    /// `path`: "-" is the standard input. Throws BadInput when it cannot be opened.
+    explicit LineReader(const std::string& path);
+    ~LineReader();
+    LineReader(const LineReader&) = delete;
+    LineReader& operator=(const LineReader&) = delete;
+
+    /// The next line without its LF; nothing at the end. Waits for it. Throws BadInput when reading fails, and for a
+    /// line of more than 256 MiB.
+    std::optional<std::string> Next();
+    /// True when Next will not wait. Throws as Next.
+    bool IsReady();
+    /// Everything that is left. Throws as Next, for more than 256 MiB.
+    std::string Rest();
+
+    /// How messages call what is read: its path, or "standard input".
+    const std::string& Name() const { return m_strName; }
+    /// Number of the line that Next gave last, from 1.
+    unsigned long Line() const { return m_nLine; }
+
+private:
+    bool HasLine();
+    void ReadMore();
+
+    const std::string m_strName;
+    const int m_fd;
+    std::string m_strBuffer;
+    std::size_t m_nBegin = 0;    ///< of what was not given out yet
+    std::size_t m_nScanned = 0;  ///< up to here there is no LF
+    unsigned long m_nLine = 0;
+    bool m_bEnd = false;
+};
+
+}  // namespace kvhost
