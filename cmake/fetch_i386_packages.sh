@@ -8,6 +8,8 @@ readonly PACKAGES=(
     libssl3 libssl-dev libmimetic0v5 libmimetic-dev
     libspdlog1.10 libspdlog-dev libfmt9 libfmt-dev libtomlplusplus3 libtomlplusplus-dev
     libsqlite3-0 libsqlite3-dev libsqlitecpp-dev
+    libcpp-httplib0.11 libcpp-httplib-dev libbrotli1 zlib1g
+    libprometheus-cpp-core1.0 prometheus-cpp-dev
 )
 readonly FOLDER=$1
 readonly WANTED="${PACKAGES[*]}"

@@ -9,10 +9,20 @@
 #include <vector>
 
 #include "Command.h"
+#include "CommandHelp.h"
+#include "ConfigCheckCommand.h"
+#include "FsckCommand.h"
+#include "ListCommand.h"
+#include "OperationCommand.h"
 #include "Problem.h"
+#include "PurgeCommand.h"
+#include "RunCommand.h"
 #include "SendCommand.h"
+#include "ShowCommand.h"
+#include "StatsCommand.h"
 #include "StoreError.h"
 #include "SubmitCommand.h"
+#include "TopCommand.h"
 #include "VisibleText.h"
 
 namespace kvhost {
@@ -43,13 +53,32 @@ void TellFaults(const std::string& text) {
 }
 
 /// Help and version are asked for as if they were faults; they are none.
-int Explain(const CLI::App& app, const CLI::ParseError& error) {
+int Explain(const CLI::App& app, const CLI::ParseError& error, const std::vector<std::string>& arguments) {
     if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
         return app.exit(error);
     }
-    TellFaults(error.what());
+    const std::string unknown = WhyUnknownCommand(app, arguments);
+    TellFaults(unknown.empty() ? error.what() : unknown);
     std::cerr << "kvhost: run with --help for more\n";
     return kExitBadInput;
+}
+
+void AddCommands(CLI::App& app, Commands& commands) {
+    AddCommand(app, std::make_unique<RunCommand>(), commands);
+    AddCommand(app, std::make_unique<SubmitCommand>(), commands);
+    AddCommand(app, std::make_unique<SendCommand>(), commands);
+    AddCommand(app, std::make_unique<ListCommand>(), commands);
+    AddCommand(app, std::make_unique<ShowCommand>(), commands);
+    AddCommand(app, std::make_unique<StatsCommand>(), commands);
+    AddCommand(app, std::make_unique<TopCommand>(), commands);
+    for (const JobOperation operation :
+         {JobOperation::Retry, JobOperation::Hold, JobOperation::Release, JobOperation::Cancel}) {
+        AddCommand(app, std::make_unique<OperationCommand>(operation), commands);
+    }
+    AddCommand(app, std::make_unique<PurgeCommand>(), commands);
+    AddCommand(app, std::make_unique<ConfigCheckCommand>(), commands);
+    AddCommand(app, std::make_unique<FsckCommand>(), commands);
+    ArrangeHelp(app);
 }
 
 }  // namespace
@@ -59,13 +88,12 @@ int RunCommandLine(int argc, const char* const* argv) {
     app.set_version_flag("--version", "kvhost " KVHOST_VERSION);
     app.require_subcommand(1);
     Commands commands;
-    AddCommand(app, std::make_unique<SendCommand>(), commands);
-    AddCommand(app, std::make_unique<SubmitCommand>(), commands);
+    AddCommands(app, commands);
     try {
         app.parse(argc, argv);
         return RunParsed(commands);
     } catch (const CLI::ParseError& error) {
-        return Explain(app, error);
+        return Explain(app, error, std::vector<std::string>(argv + 1, argv + argc));
     } catch (const StoreError& error) {
         TellFaults(error.what());
         return kExitNoStore;

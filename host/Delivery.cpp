@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "KvconCriticalSection.h"
-#include "VisibleText.h"
+#include "Verdict.h"
 
 namespace kvhost {
 
@@ -12,27 +12,6 @@ namespace {
 
 /// How often the return queue is looked at: the driver has no way to say that something came back.
 constexpr std::chrono::milliseconds kLook{10};
-
-struct Ending {
-    OutcomeStatus status;
-    std::string reason;
-};
-
-Ending EndingOf(const HostMessageFile& file) {
-    using Reports = KvMessengerReportsMngrInterface;
-    if (file.m_bForDeletion) {
-        return {OutcomeStatus::Failed, "the driver handed it back to be deleted"};
-    }
-    switch (file.m_eStatus) {
-        case Reports::REPORT_COMPLETED:
-            return {OutcomeStatus::Delivered, ""};
-        case Reports::REPORT_FAILED:
-            return {OutcomeStatus::Failed, MakeVisible(StripLineEnd(file.FailureReason()))};
-        default:
-            return {OutcomeStatus::Failed, "the driver handed it back with the status " +
-                                               std::to_string(static_cast<int>(file.m_eStatus))};
-    }
-}
 
 }  // namespace
 
@@ -82,13 +61,14 @@ void Delivery::NoteReturned(const KvMessageFile* returned) {
         m_log.Warn("the driver handed back a file that it was never given");
         return;
     }
-    const Ending ending = EndingOf(*file);
-    if (!m_outcomes.NoteEnded(file->OutcomeIndex(), ending.status, ending.reason)) {
+    const Verdict verdict = VerdictOn(*file, file->FailureReason());
+    const OutcomeStatus status = verdict.isDelivered ? OutcomeStatus::Delivered : OutcomeStatus::Failed;
+    if (!m_outcomes.NoteEnded(file->OutcomeIndex(), status, verdict.reason)) {
         m_log.Warn("the driver handed back " + file->m_strMsgFileID + " although it had ended before");
         return;
     }
-    m_log.Tell(file->m_strMsgFileID + " to " + file->m_strRecipient + ": " + StatusName(ending.status) +
-               (ending.reason.empty() ? "" : ": " + ending.reason));
+    m_log.Tell(file->m_strMsgFileID + " to " + file->m_strRecipient + ": " + StatusName(status) +
+               (verdict.reason.empty() ? "" : ": " + verdict.reason));
 }
 
 void Delivery::Supervise(Clock::time_point now) {

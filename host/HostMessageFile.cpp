@@ -4,6 +4,19 @@
 
 namespace kvhost {
 
+void SetAccount(KvMessageFile& file, const Carrier& carrier) {
+    file.m_strCarrierName = carrier.name;
+    file.m_ulCarrierID = carrier.id;
+    file.m_strSmtpServer = carrier.server;
+    file.m_strSmtpFrom = carrier.sender;
+    file.m_strSmtpUser = carrier.user;
+    file.m_strSmtpPassword = carrier.password;
+    file.m_eSmtpSecurity = carrier.security;
+    file.m_strSmtpCAFile = carrier.caFile;
+    file.m_strSmtpCertFile = carrier.certFile;
+    file.m_strSmtpKeyFile = carrier.keyFile;
+}
+
 HostMessageFile::HostMessageFile(const Job& job, const Carrier& carrier, std::size_t recipient,
                                  std::size_t outcome)
     : m_nOutcome(outcome) {
@@ -14,16 +27,7 @@ HostMessageFile::HostMessageFile(const Job& job, const Carrier& carrier, std::si
     m_strMessage = mail.text;
     m_strRecipient = job.recipients[recipient];
     m_vecAttachments = job.attachments;
-    m_strCarrierName = carrier.name;
-    m_ulCarrierID = carrier.id;
-    m_strSmtpServer = carrier.server;
-    m_strSmtpFrom = carrier.sender;
-    m_strSmtpUser = carrier.user;
-    m_strSmtpPassword = carrier.password;
-    m_eSmtpSecurity = carrier.security;
-    m_strSmtpCAFile = carrier.caFile;
-    m_strSmtpCertFile = carrier.certFile;
-    m_strSmtpKeyFile = carrier.keyFile;
+    SetAccount(*this, carrier);
 }
 
 }  // namespace kvhost

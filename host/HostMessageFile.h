@@ -9,6 +9,9 @@
 
 namespace kvhost {
 
+/// Has `file` go through the account of `carrier`.
+void SetAccount(KvMessageFile& file, const Carrier& carrier);
+
 /// One message of a job to one of its recipients, as the driver gets it. One thread at a time, by the rules
 /// of KvMessageFile.
 ///

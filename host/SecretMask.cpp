@@ -11,6 +11,21 @@ namespace kvhost {
 namespace {
 
 constexpr const char* kMasked = "[masked]";
+constexpr std::size_t kShortestWithin = 4;
+
+std::string Hex(const std::string& data, const char* digits) {
+    std::string hex;
+    for (const char c : data) {
+        const auto byte = static_cast<unsigned char>(c);
+        hex += digits[byte >> 4U];
+        hex += digits[byte & 15U];
+    }
+    return hex;
+}
+
+bool IsBase64(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/';
+}
 
 std::string Base64(const std::string& data) {
     std::string encoded((data.size() + 2) / 3 * 4 + 1, '\0');
@@ -33,22 +48,45 @@ std::string PlainCredentials(const std::string& identity, const SecretMask::Acco
 
 }  // namespace
 
-SecretMask::SecretMask(const std::vector<Account>& accounts) {
+SecretMask::SecretMask(const std::vector<Account>& accounts) : m_vecAccounts(accounts) {
     for (const Account& account : accounts) {
         if (account.password.empty()) {
             continue;
         }
         const std::string key = "-{" + account.user + "}-{";
-        Add(key + account.password + "}", key + kMasked + "}");
-        Add(account.password, kMasked);
-        Add(AsInTraffic(account.password), kMasked);
-        Add(Base64(account.password), kMasked);
-        Add(Base64(PlainCredentials("", account)), kMasked);
-        Add(Base64(PlainCredentials(account.user, account)), kMasked);
+        Add({key + account.password + "}", key + kMasked + "}"});
+        Add({account.password, kMasked});
+        Add({AsInTraffic(account.password), kMasked});
+        Add({Base64(account.password), kMasked});
+        Add({Base64(PlainCredentials("", account)), kMasked});
+        Add({Base64(PlainCredentials(account.user, account)), kMasked});
+        AddEncoded(account.password);
     }
-    std::stable_sort(m_vecSecrets.begin(), m_vecSecrets.end(), [](const Secret& left, const Secret& right) {
-        return left.text.size() > right.text.size();
-    });
+    for (std::vector<Secret>& secrets : m_arrSecrets) {
+        std::stable_sort(secrets.begin(), secrets.end(), [](const Secret& left, const Secret& right) {
+            return left.text.size() > right.text.size();
+        });
+    }
+}
+
+void SecretMask::AddEncoded(const std::string& password) {
+    if (password.size() < kShortestWithin) {
+        return;
+    }
+    Add({Hex(password, "0123456789abcdef"), kMasked});
+    Add({Hex(password, "0123456789ABCDEF"), kMasked});
+    for (std::size_t offset = 0; offset < 3; ++offset) {
+        AddBase64Within(password, offset);
+    }
+}
+
+// A character of base64 holds six bits. Those that hold bits of the password alone are what is looked for; the ones at
+// its ends hold bits of the neighbours too.
+void SecretMask::AddBase64Within(const std::string& password, std::size_t offset) {
+    const std::size_t begin = (offset * 8 + 5) / 6;
+    const std::size_t bits = (offset + password.size()) * 8;
+    const std::string encoded = Base64(std::string(offset, '\0') + password);
+    Add({encoded.substr(begin, bits / 6 - begin), kMasked, offset != 0, bits % 6 != 0});
 }
 
 std::string SecretMask::Apply(std::string_view text) const {
@@ -56,8 +94,14 @@ std::string SecretMask::Apply(std::string_view text) const {
     masked.reserve(text.size());
     while (!text.empty()) {
         if (const Secret* secret = FindAt(text)) {
+            if (secret->takesBefore && !masked.empty() && IsBase64(masked.back())) {
+                masked.pop_back();
+            }
             masked += secret->replacement;
             text.remove_prefix(secret->text.size());
+            if (secret->takesAfter && !text.empty() && IsBase64(text.front())) {
+                text.remove_prefix(1);
+            }
         } else {
             masked += text.front();
             text.remove_prefix(1);
@@ -66,13 +110,13 @@ std::string SecretMask::Apply(std::string_view text) const {
     return masked;
 }
 
-void SecretMask::Add(const std::string& text, const std::string& replacement) {
-    m_vecSecrets.push_back({text, replacement});
+void SecretMask::Add(const Secret& secret) {
+    m_arrSecrets[static_cast<unsigned char>(secret.text.front())].push_back(secret);
 }
 
 const SecretMask::Secret* SecretMask::FindAt(std::string_view text) const {
-    for (const Secret& secret : m_vecSecrets) {
-        if (text.front() == secret.text.front() && text.substr(0, secret.text.size()) == secret.text) {
+    for (const Secret& secret : m_arrSecrets[static_cast<unsigned char>(text.front())]) {
+        if (text.substr(0, secret.text.size()) == secret.text) {
             return &secret;
         }
     }

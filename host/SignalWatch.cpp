@@ -14,14 +14,23 @@ int DoneSignal() {
 
 }  // namespace
 
-SignalWatch::SignalWatch() : m_arrSaved{{{SIGINT, {}}, {SIGTERM, {}}, {SIGQUIT, {}}}} {
+// A blocked signal that is ignored is dropped and never read, so SIGHUP gets its default disposition.
+SignalWatch::SignalWatch(HangUp hangUp)
+    : m_arrSaved{{{SIGINT, {}}, {SIGTERM, {}}, {SIGQUIT, {}}, {SIGHUP, {}}}} {
     ::sigemptyset(&m_setWatched);
     ::sigaddset(&m_setWatched, DoneSignal());
     for (Saved& saved : m_arrSaved) {
-        ::sigaddset(&m_setWatched, saved.number);
+        if (saved.number != SIGHUP || hangUp == HangUp::Watch) {
+            ::sigaddset(&m_setWatched, saved.number);
+        }
         ::sigaction(saved.number, nullptr, &saved.action);
     }
     ::pthread_sigmask(SIG_BLOCK, &m_setWatched, &m_setBefore);
+    if (hangUp == HangUp::Watch) {
+        struct sigaction standard {};
+        standard.sa_handler = SIG_DFL;
+        ::sigaction(SIGHUP, &standard, nullptr);
+    }
 }
 
 SignalWatch::~SignalWatch() {
@@ -31,7 +40,8 @@ SignalWatch::~SignalWatch() {
     ::pthread_sigmask(SIG_SETMASK, &m_setBefore, nullptr);
 }
 
-void SignalWatch::RunWatched(const std::function<void()>& work, const std::function<void()>& onStop) {
+void SignalWatch::RunWatched(const std::function<void()>& work, const std::function<void()>& onStop,
+                             const std::function<void()>& onHangUp) {
     std::exception_ptr thrown;
     const pthread_t watcher = ::pthread_self();
     std::thread worker([&] {
@@ -44,13 +54,22 @@ void SignalWatch::RunWatched(const std::function<void()>& work, const std::funct
     });
     for (int number = 0; number != DoneSignal();) {
         number = ::sigwaitinfo(&m_setWatched, nullptr);
-        if (number > 0 && number != DoneSignal() && !WasIgnored(number)) {
-            onStop();
-        }
+        Dispatch(number, onStop, onHangUp);
     }
     worker.join();
     if (thrown) {
         std::rethrow_exception(thrown);
+    }
+}
+
+void SignalWatch::Dispatch(int number, const std::function<void()>& onStop,
+                           const std::function<void()>& onHangUp) const {
+    if (number == SIGHUP) {
+        if (onHangUp) {
+            onHangUp();
+        }
+    } else if (number > 0 && number != DoneSignal() && !WasIgnored(number)) {
+        onStop();
     }
 }
 

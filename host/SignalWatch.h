@@ -16,8 +16,13 @@ namespace kvhost {
 /// does; so the main thread does nothing but wait.
 class SignalWatch {
 public:
+    enum class HangUp {
+        Leave,  ///< SIGHUP does what it did before
+        Watch   ///< SIGHUP is read too, even in a process that was started to ignore it
+    };
+
     /// Blocks the signals in the calling thread and, by inheritance, in all that are started later.
-    SignalWatch();
+    explicit SignalWatch(HangUp hangUp = HangUp::Leave);
     /// Puts back the dispositions, which a driver may have replaced, and the mask.
     ~SignalWatch();
 
@@ -25,9 +30,10 @@ public:
     SignalWatch& operator=(const SignalWatch&) = delete;
 
     /// Runs `work` on a thread of its own and waits for its end. `onStop` is called on the calling thread for
-    /// every stop signal, except for one that the process was started to ignore. What `work` throws is thrown
-    /// here.
-    void RunWatched(const std::function<void()>& work, const std::function<void()>& onStop);
+    /// every stop signal, except for one that the process was started to ignore, and `onHangUp` for SIGHUP when that is
+    /// watched. What `work` throws is thrown here.
+    void RunWatched(const std::function<void()>& work, const std::function<void()>& onStop,
+                    const std::function<void()>& onHangUp = {});
 
 private:
     struct Saved {
@@ -35,9 +41,11 @@ private:
         struct sigaction action;
     };
 
+    void Dispatch(int number, const std::function<void()>& onStop,
+                  const std::function<void()>& onHangUp) const;
     bool WasIgnored(int number) const;
 
-    std::array<Saved, 3> m_arrSaved;
+    std::array<Saved, 4> m_arrSaved;
     sigset_t m_setWatched;
     sigset_t m_setBefore;
 };

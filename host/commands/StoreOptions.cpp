@@ -14,11 +14,15 @@ constexpr const char* kStandardFile = "/etc/kvhost/kvhost.toml";
 }  // namespace
 
 void StoreOptions::Register(CLI::App& command) {
+    RegisterPlace(command);
+    command.add_flag("--json", m_bJson, "Answer in JSON");
+}
+
+void StoreOptions::RegisterPlace(CLI::App& command) {
     command.add_option(
         "--config", m_strConfig,
         std::string("Configuration file (TOML); default: $") + kVariable + ", else " + kStandardFile);
     command.add_option("--store", m_strStore, "Folder of the job store, instead of the configuration's");
-    command.add_flag("--json", m_bJson, "Answer in JSON");
 }
 
 std::string StoreOptions::ConfigFile() const {

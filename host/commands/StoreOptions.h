@@ -14,13 +14,19 @@ class StoreOptions {
 public:
     /// Adds --config, --store and --json.
     void Register(CLI::App& command);
+    /// Adds --config and --store alone.
+    void RegisterPlace(CLI::App& command);
 
     bool IsJson() const { return m_bJson; }
     /// The configuration file: of the option, else of the environment variable KVHOST_CONFIG, else
     /// "/etc/kvhost/kvhost.toml".
     std::string ConfigFile() const;
+    /// The folder of --store; empty when the option is absent.
+    const std::string& GivenStore() const { return m_strStore; }
     /// Reads the configuration. Throws BadInput.
     HostConfig LoadConfig(SecretsUse secrets = SecretsUse::Read) const;
+    /// The folder of --store; empty when it was not given.
+    const std::string& GivenStore() const { return m_strStore; }
     /// The folder of --store, else the one that the configuration names. Throws BadInput when there is none.
     std::string StoreFolder() const;
     /// Opens the store, which must exist. Throws StoreError and BadInput.

@@ -44,8 +44,8 @@ CLI::App* SubmitCommand::Register(CLI::App& app) {
 
 void SubmitCommand::RegisterFields(CLI::App& command) {
     command.add_option("--carrier", m_options.carrier, "Carrier of the configuration");
-    command.add_option("--to,recipients", m_options.recipients, "Recipient; may be repeated")
-        ->allow_extra_args(false);
+    command.add_option("--to", m_options.recipients, "Recipient; may be repeated")->allow_extra_args(false);
+    command.add_option("recipients", m_options.moreRecipients, "Recipients, as with --to");
     command.add_option("--subject", m_options.subject, "Subject, one line of UTF-8");
     command.add_option("--text", m_options.text, "Text of the message, UTF-8");
     command.add_option("--text-file", m_options.textFile, "File with the text; - for standard input");
@@ -92,8 +92,8 @@ int SubmitCommand::Run() {
 }
 
 void SubmitCommand::CheckUsage() const {
-    for (const char* option : {"--carrier", "--to", "--subject", "--text", "--text-file", "--attach", "--id",
-                               "--urgent", "--not-before", "--deadline", "--eml"}) {
+    for (const char* option : {"--carrier", "--to", "recipients", "--subject", "--text", "--text-file",
+                               "--attach", "--id", "--urgent", "--not-before", "--deadline", "--eml"}) {
         RefuseTogether(Has("--jsonl"), Has(option),
                        std::string(option) + " does not go with --jsonl, whose lines say it themselves");
     }
@@ -106,7 +106,7 @@ void SubmitCommand::CheckUsage() const {
     if (Has("--jsonl") || Has("--eml")) {
         return;
     }
-    RefuseTogether(!Has("--to"), true, "--to is missing; name a recipient");
+    RefuseTogether(Recipients().empty(), true, "--to is missing; name a recipient");
     RefuseTogether(Has("--text"), Has("--text-file"), "expected either --text or --text-file, found both");
     RefuseTogether(!Has("--text"), !Has("--text-file"),
                    "expected --text or --text-file (- is standard input), both are missing");
@@ -114,6 +114,12 @@ void SubmitCommand::CheckUsage() const {
 
 bool SubmitCommand::Has(const std::string& option) const {
     return m_command->count(option) > 0;
+}
+
+std::vector<std::string> SubmitCommand::Recipients() const {
+    std::vector<std::string> recipients = m_options.recipients;
+    recipients.insert(recipients.end(), m_options.moreRecipients.begin(), m_options.moreRecipients.end());
+    return recipients;
 }
 
 /// Paths in a file of submissions are seen from the file's folder.
@@ -159,15 +165,15 @@ SubmissionDraft SubmitCommand::ReadDraft(const HostConfig& config) const {
 SubmissionDraft SubmitCommand::ReadMessage() const {
     LineReader message(m_options.message.empty() ? "-" : m_options.message);
     SubmissionDraft draft = ReadMail(message.Rest());
-    if (Has("--to")) {
-        draft.submission.recipients = m_options.recipients;
+    if (const std::vector<std::string> recipients = Recipients(); !recipients.empty()) {
+        draft.submission.recipients = recipients;
     }
     return draft;
 }
 
 SubmissionDraft SubmitCommand::ReadOptions() const {
     SubmissionDraft draft;
-    draft.submission.recipients = m_options.recipients;
+    draft.submission.recipients = Recipients();
     draft.submission.subject = m_options.subject;
     draft.submission.text = Has("--text-file") ? LineReader(m_options.textFile).Rest() : m_options.text;
     for (const std::string& path : m_options.attachments) {

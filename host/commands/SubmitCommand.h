@@ -25,6 +25,7 @@ private:
         std::string id;
         std::string carrier;
         std::vector<std::string> recipients;
+        std::vector<std::string> moreRecipients;
         std::string subject;
         std::string text;
         std::string textFile;
@@ -41,6 +42,7 @@ private:
     void RegisterInputs(CLI::App& command);
     void CheckUsage() const;
     bool Has(const std::string& option) const;
+    std::vector<std::string> Recipients() const;
     std::string BaseFolder() const;
     SubmissionDraft ReadDraft(const HostConfig& config) const;
     SubmissionDraft ReadMessage() const;

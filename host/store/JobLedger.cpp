@@ -154,6 +154,44 @@ std::vector<std::string> JobLedger::CarriersWithQueuedJobs() {
     return carriers;
 }
 
+// One look at the index for each carrier and urgency.
+std::vector<CarrierQueue> JobLedger::Queues() {
+    SQLite::Statement rows(
+        m_store.Connection(),
+        "SELECT carrier, jobs, "
+        "(SELECT min(due) FROM job WHERE state = 0 AND job.carrier = tally.carrier AND urgent = 1), "
+        "(SELECT min(due) FROM job WHERE state = 0 AND job.carrier = tally.carrier AND urgent = 0) "
+        "FROM tally WHERE state = 0 AND jobs > 0 ORDER BY carrier");
+    std::vector<CarrierQueue> queues;
+    while (rows.executeStep()) {
+        queues.push_back({rows.getColumn(0).getString(), rows.getColumn(1).getInt64(), ReadTime(rows, 2),
+                          ReadTime(rows, 3)});
+    }
+    return queues;
+}
+
+std::optional<StoreTime> JobLedger::NextDeadline() {
+    SQLite::Statement first(m_store.Connection(),
+                            "SELECT min(deadline) FROM job WHERE state = 0 AND deadline IS NOT NULL");
+    first.executeStep();
+    return ReadTime(first, 0);
+}
+
+int JobLedger::ExpireUntried(const std::string& carrier, StoreTime before, StoreTime now, int limit) {
+    SQLite::Statement update(
+        m_store.Connection(),
+        "UPDATE job SET state = 3, changed = ?1, "
+        "decision = 'failed: the carrier could not be reached in all the time that the job may be tried' "
+        "WHERE key IN (SELECT key FROM job WHERE state = 0 AND carrier = ?2 AND urgent IN (0, 1) AND due < "
+        "?3 "
+        "AND changed < ?3 AND deadline IS NULL LIMIT ?4)");
+    update.bind(1, ToNumber(now));
+    update.bind(2, carrier);
+    update.bind(3, ToNumber(before));
+    update.bind(4, limit);
+    return update.exec();
+}
+
 int JobLedger::ExpireOverdue(StoreTime now, int limit) {
     SQLite::Statement update(
         m_store.Connection(),

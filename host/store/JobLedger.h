@@ -31,6 +31,14 @@ struct Recovery {
     int quarantined = 0;      ///< jobs held because they were under way in too many crashes
 };
 
+/// The queued jobs of one carrier, in short.
+struct CarrierQueue {
+    std::string carrier;
+    std::int64_t jobs = 0;
+    std::optional<StoreTime> urgentDue;    ///< when the first urgent one is due; nothing when there is none
+    std::optional<StoreTime> ordinaryDue;  ///< likewise for the others
+};
+
 /// The book of the running host: what is due, what is handed over, and how it ended. Every change is on disk when the
 /// call returns. The caller holds the StoreLock. One thread at a time, as its database.
 class JobLedger {
@@ -53,8 +61,15 @@ public:
     std::optional<StoreTime> NextDue();
     /// The carriers that have queued jobs.
     std::vector<std::string> CarriersWithQueuedJobs();
+    /// The same with what waits there, in the order of their names.
+    std::vector<CarrierQueue> Queues();
+    /// The first deadline of the queued jobs; nothing when none has one.
+    std::optional<StoreTime> NextDeadline();
     /// Fails the queued jobs whose deadline has passed, at most `limit`; answers how many.
     int ExpireOverdue(StoreTime now, int limit);
+    /// Fails queued jobs of `carrier` without a deadline that were due before `before` and have waited since then, at
+    /// most `limit`; answers how many.
+    int ExpireUntried(const std::string& carrier, StoreTime before, StoreTime now, int limit);
 
     /// Writes the next attempt of each job that is still queued and makes it handed over; one transaction. Answers
     /// those jobs, in the order given: what an operator has taken back meanwhile is left out.

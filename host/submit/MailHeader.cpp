@@ -42,7 +42,7 @@ bool IsFieldName(std::string_view name) {
 MailHeader::Field ReadField(std::string_view line, unsigned long number) {
     const std::size_t colon = line.find(':');
     const std::string_view name = Trimmed(line.substr(0, std::min(colon, line.size())));
-    if (colon == std::string_view::npos || !IsFieldName(name)) {
+    if (colon == std::string_view::npos || IsBlank(line.front()) || !IsFieldName(name)) {
         throw MailFault("", "expected a header field, \"Name: value\", on line " + std::to_string(number) +
                                 " of the header, found \"" + MakeVisible(line.substr(0, 60)) + "\"");
     }

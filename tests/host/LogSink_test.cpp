@@ -135,5 +135,83 @@ TEST(OpenLogTest, AFileThatCannotBeOpenedIsBadInput) {
     EXPECT_THROW(OpenLog(spdlog::level::info, "/proc/no/such/file", false), BadInput);
 }
 
+TEST_F(LogSinkTest, TheWatcherSeesEveryLineWhateverTheLevel) {
+    std::vector<std::string> seen;
+    m_pLogger->set_level(spdlog::level::off);
+    LogSink sink(m_pLogger, std::make_shared<Secrets>(SecretMask(Accounts{{"kv", "hunter2"}})),
+                 [&seen](const std::string& text) { seen.push_back(text); });
+    sink.LogTrace("fine", 1, "K.cpp");
+    sink.LogError("loud hunter2", 2, "K.cpp");
+    EXPECT_THAT(seen, testing::ElementsAre("fine", "loud hunter2"));
+    EXPECT_EQ(m_stream.str(), "");
+}
+
+TEST_F(LogSinkTest, AWatcherThatFailsDoesNotReachTheDriver) {
+    LogSink sink(m_pLogger, std::make_shared<Secrets>(SecretMask(Accounts{})),
+                 [](const std::string&) { throw std::runtime_error("no"); });
+    EXPECT_NO_THROW(sink.LogError("text", 1, "K.cpp"));
+}
+
+TEST_F(LogSinkTest, SecretsThatAreLearnedLaterAreMaskedToo) {
+    const auto secrets = std::make_shared<Secrets>(SecretMask(Accounts{{"kv", "hunter2"}}));
+    LogSink sink(m_pLogger, secrets, {});
+    secrets->Learn({{"kv", "hunter3"}});
+    sink.LogError("hunter2 hunter3", 1, "K.cpp");
+    EXPECT_EQ(m_stream.str(), "error K.cpp:1 [masked] [masked]\n");
+}
+
+TEST(SecretsTest, ThoseOfAConfigurationAreItsPasswordsAndItsToken) {
+    HostConfig config;
+    config.carriers["a"].password = "first";
+    config.carriers["b"].password = "second";
+    config.http.token = "third";
+    const Secrets secrets{SecretMask(SecretsOf(config))};
+    EXPECT_EQ(secrets.Mask("first second third fourth"), "[masked] [masked] [masked] fourth");
+}
+
+std::string ContentOf(const std::string& path) {
+    std::ifstream stream(path);
+    std::stringstream content;
+    content << stream.rdbuf();
+    return content.str();
+}
+
+TEST(OpenLogTest, AFullFileIsBegunAnewAndSoManyAreKept) {
+    const kvtest::TempDir folder;
+    const auto log = OpenLog(spdlog::level::info, {folder.file("kv.log"), 200, 3});
+    for (int line = 0; line < 20; ++line) {
+        log->warn("a line that takes its place {}", line);
+    }
+    EXPECT_THAT(ContentOf(folder.file("kv.log")), testing::HasSubstr("place 19"));
+    EXPECT_LE(ContentOf(folder.file("kv.log")).size(), 200U);
+    EXPECT_THAT(ContentOf(folder.file("kv.1.log")), testing::HasSubstr("a line"));
+    EXPECT_THAT(ContentOf(folder.file("kv.2.log")), testing::HasSubstr("a line"));
+    EXPECT_EQ(ContentOf(folder.file("kv.3.log")), "");
+}
+
+TEST(OpenLogTest, WithoutALimitTheFileGrows) {
+    const kvtest::TempDir folder;
+    const auto log = OpenLog(spdlog::level::info, {folder.file("kv.log"), 0, 3});
+    for (int line = 0; line < 20; ++line) {
+        log->warn("line {}.", line);
+    }
+    EXPECT_THAT(ContentOf(folder.file("kv.log")), testing::HasSubstr("line 0."));
+    EXPECT_EQ(ContentOf(folder.file("kv.1.log")), "");
+}
+
+TEST(OpenLogTest, TheLevelMayChangeWhileTheLogIsOpen) {
+    const kvtest::TempDir folder;
+    const auto log = OpenLog(spdlog::level::warn, {folder.file("kv.log"), 1000, 3});
+    log->info("quiet");
+    log->set_level(spdlog::level::info);
+    log->info("loud");
+    log->flush();
+    EXPECT_THAT(ContentOf(folder.file("kv.log")), testing::MatchesRegex("[^\n]* info [^\n]* loud\n"));
+}
+
+TEST(OpenLogTest, ARotatedFileThatCannotBeOpenedIsBadInput) {
+    EXPECT_THROW(OpenLog(spdlog::level::info, {"/proc/no/such/file", 1000, 3}), BadInput);
+}
+
 }  // namespace
 }  // namespace kvhost

@@ -53,5 +53,28 @@ TEST(SecretMaskTest, AnAccountWithoutAPasswordMasksNothing) {
     EXPECT_EQ(mask.Apply("{7}-{mx}-{1}-{kv}-{}"), "{7}-{mx}-{1}-{kv}-{}");
 }
 
+TEST(SecretMaskTest, APasswordWithinSomethingEncodedIsMaskedAtEachOffset) {
+    const SecretMask mask(Accounts{{"kv", "hunter2"}});
+    EXPECT_EQ(mask.Apply("aHVudGVyMi4u"), "[masked]4u");          // "hunter2.."
+    EXPECT_EQ(mask.Apply("Lmh1bnRlcjIu"), "L[masked]u");          // ".hunter2."
+    EXPECT_EQ(mask.Apply("Li5odW50ZXIyLi4="), "Li[masked]Li4=");  // "..hunter2.."
+}
+
+TEST(SecretMaskTest, HexadecimalOfThePasswordIsMasked) {
+    const SecretMask mask(Accounts{{"kv", "hun:er2"}});
+    EXPECT_EQ(mask.Apply("<68756e3a657232> <68756E3A657232>"), "<[masked]> <[masked]>");
+}
+
+TEST(SecretMaskTest, AShortPasswordIsNotLookedForInEncodedText) {
+    const SecretMask mask(Accounts{{"kv", "abc"}});
+    EXPECT_EQ(mask.Apply("616263 YWJjLi4u"), "616263 [masked]Li4u");  // the latter is base64 of the whole
+}
+
+TEST(SecretMaskTest, ItsAccountsAreKept) {
+    const SecretMask mask(Accounts{{"kv", "hunter2"}});
+    ASSERT_EQ(mask.Accounts().size(), 1U);
+    EXPECT_EQ(mask.Accounts().front().password, "hunter2");
+}
+
 }  // namespace
 }  // namespace kvhost

@@ -1,0 +1,142 @@
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "CommandFixture.h"
+
+namespace kvhosttest {
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+
+class ConfigCheckCommandTest : public CommandTest {
+protected:
+    /// Checks a configuration file of that content.
+    int Check(const std::string& content, const std::vector<std::string>& arguments = {}) {
+        m_strFile = m_folder.write("kvhost.toml", content);
+        std::vector<std::string> command{KV_BINARY_DIR "/kvhost", "config", "check", "--config", m_strFile};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        return RunProgram(command);
+    }
+
+    static constexpr const char* kCarrier =
+        "[carrier.pager]\n"
+        "server = \"mx.example.org\"\n"
+        "port = 2525\n"
+        "security = \"clear\"\n"
+        "sender = \"pager@example.org\"\n"
+        "user = \"kv\"\n"
+        "password = \"hunter2\"\n"
+        "on_doubt = \"hold\"\n";
+
+    kvtest::TempDir m_folder;
+    std::string m_strFile;
+};
+
+TEST_F(ConfigCheckCommandTest, TellsWhatTheHostWouldUse) {
+    EXPECT_EQ(
+        Check(std::string("store = \"store\"\n[http]\nport = 8080\n[log]\nlevel = \"info\"\n") + kCarrier),
+        0);
+    EXPECT_EQ(
+        Output(),
+        "File          " + m_strFile +
+            "\n"
+            "Driver        libkvsmtpdriver.so\n"
+            "Store         " +
+            m_folder.path() +
+            "/store\n"
+            "Log           standard error, level info\n"
+            "Delivery log  none\n"
+            "HTTP          127.0.0.1, port 8080, takes no jobs\n"
+            "Run           tick 200 ms, 1000 jobs under way, 20 of one carrier at once, stop limit 30 s, "
+            "jobs that ended are kept 7 d\n"
+            "Limits        100 recipients, text 1.0 MB, 20 attachments of 25.0 MB\n"
+            "\n"
+            "CARRIER  SERVER               SECURITY  USER  SENDER             IN DOUBT  TRIED FOR\n"
+            "pager    mx.example.org:2525  clear     kv    pager@example.org  hold      1 d\n");
+    EXPECT_EQ(Error(), "");
+}
+
+TEST_F(ConfigCheckCommandTest, PasswordsAndTokensAreNeverTold) {
+    m_folder.write("token", "abcdefghijklmnopqrstuvwxyz\n");
+    const std::string content =
+        std::string("store = \"store\"\n[http]\nsubmit = true\ntoken_file = \"token\"\n") + kCarrier;
+    for (const std::vector<std::string>& options : {std::vector<std::string>{}, {"--json"}}) {
+        EXPECT_EQ(Check(content, options), 0) << Error();
+        EXPECT_THAT(Output() + Error(), Not(HasSubstr("hunter2")));
+        EXPECT_THAT(Output() + Error(), Not(HasSubstr("abcdefghijklmnopqrstuvwxyz")));
+    }
+}
+
+TEST_F(ConfigCheckCommandTest, EveryFaultIsToldWithStatusTwo) {
+    EXPECT_EQ(Check("stroe = \"store\"\n[run]\ntick = 5\n"), 2);
+    EXPECT_EQ(Output(), "");
+    EXPECT_THAT(Error(), HasSubstr(m_strFile + ":1: stroe: "));
+    EXPECT_THAT(Error(), HasSubstr(m_strFile + ":3: run.tick: "));
+}
+
+TEST_F(ConfigCheckCommandTest, ACarrierWithAFaultIsAFault) {
+    EXPECT_EQ(Check(std::string("store = \"store\"\n") + kCarrier + "[carrier.bad]\nserver = \"mx\"\n"), 2);
+    EXPECT_THAT(Output(), HasSubstr("\npager "));
+    EXPECT_THAT(Error(), HasSubstr("carrier.bad.security: "));
+}
+
+TEST_F(ConfigCheckCommandTest, WhatIsMissingIsNoted) {
+    EXPECT_EQ(Check(""), 0);
+    EXPECT_THAT(Output(), EndsWith("\nNote: no store: every command but send needs one\n"
+                                   "\nNote: no usable carrier: nothing can be sent\n"));
+}
+
+TEST_F(ConfigCheckCommandTest, AStoreThatCannotBeMadeIsAFault) {
+    m_folder.write("file", "");
+    EXPECT_EQ(Check(std::string("store = \"file/store\"\n") + kCarrier), 2);
+    EXPECT_EQ(Error(), "kvhost: store: " + m_folder.path() + "/file is no folder; name another one\n");
+}
+
+TEST_F(ConfigCheckCommandTest, AFolderThatThisUserMayNotWriteIsAFault) {
+    if (::geteuid() == 0) {
+        GTEST_SKIP() << "root may write everywhere";
+    }
+    const auto closed = std::filesystem::path(m_folder.path()) / "closed";
+    std::filesystem::create_directory(closed);
+    std::filesystem::permissions(closed,
+                                 std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+    EXPECT_EQ(Check(std::string("store = \"closed/store\"\n[log]\nfile = \"closed/log\"\n") + kCarrier), 2);
+    EXPECT_THAT(Error(), HasSubstr("store: " + closed.string() + "/store cannot be made: "));
+    EXPECT_THAT(Error(), HasSubstr("log.file: this user may not write " + closed.string() + "/log; "));
+}
+
+TEST_F(ConfigCheckCommandTest, ALogWithoutItsFolderIsAFault) {
+    EXPECT_EQ(Check(std::string("store = \"store\"\n[delivery_log]\nfile = \"logs/d.jsonl\"\n") + kCarrier),
+              2);
+    EXPECT_EQ(Error(),
+              "kvhost: delivery_log.file: the folder " + m_folder.path() + "/logs does not exist; make it\n");
+}
+
+TEST_F(ConfigCheckCommandTest, AFolderIsNoLogFile) {
+    EXPECT_EQ(Check(std::string("store = \"store\"\n[log]\nfile = \".\"\n") + kCarrier), 2);
+    EXPECT_THAT(Error(), HasSubstr(" is a folder; name a file\n"));
+}
+
+TEST_F(ConfigCheckCommandTest, JsonHasFaultsNotesAndSettings) {
+    EXPECT_EQ(Check(std::string("store = \"store\"\n") + kCarrier, {"--json"}), 0);
+    EXPECT_EQ(Json()["ok"], true);
+    EXPECT_EQ(Json()["store"], m_folder.path() + "/store");
+    EXPECT_EQ(Json()["run"]["keep_ms"], 604800000);
+    EXPECT_EQ(Json()["carriers"][0]["server"], "mx.example.org:2525");
+    EXPECT_EQ(Check("run = 1\n", {"--json"}), 2);
+    EXPECT_EQ(Json()["ok"], false);
+    EXPECT_EQ(Json()["faults"].size(), 1U);
+}
+
+TEST_F(ConfigCheckCommandTest, AFileThatIsNotThereIsAFault) {
+    EXPECT_EQ(RunProgram({KV_BINARY_DIR "/kvhost", "config", "check", "--config", m_folder.path() + "/none"}),
+              2);
+    EXPECT_THAT(Error(), HasSubstr("/none: expected a readable file"));
+}
+
+}  // namespace
+}  // namespace kvhosttest
