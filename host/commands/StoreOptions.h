@@ -25,8 +25,6 @@ public:
     const std::string& GivenStore() const { return m_strStore; }
     /// Reads the configuration. Throws BadInput.
     HostConfig LoadConfig(SecretsUse secrets = SecretsUse::Read) const;
-    /// The folder of --store; empty when it was not given.
-    const std::string& GivenStore() const { return m_strStore; }
     /// The folder of --store, else the one that the configuration names. Throws BadInput when there is none.
     std::string StoreFolder() const;
     /// Opens the store, which must exist. Throws StoreError and BadInput.

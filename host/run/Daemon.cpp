@@ -12,14 +12,6 @@ namespace kvhost {
 
 namespace {
 
-SecretMask MaskFor(const HostConfig& config) {
-    std::vector<SecretMask::Account> accounts;
-    for (const auto& [name, carrier] : config.carriers) {
-        accounts.push_back({carrier.user, carrier.password});
-    }
-    return SecretMask(accounts);
-}
-
 std::string RecoveryText(const Recovery& found) {
     return std::string(found.hasCrashed ? "the last run did not end by itself"
                                         : "the last run ended by itself") +
@@ -39,12 +31,17 @@ Daemon::Daemon(ConfigSource source, std::shared_ptr<const HostConfig> config, co
       m_store(m_pConfig->store, StoreDatabase::Access::Create),
       m_lock(m_pConfig->store),
       m_doorbell(m_pConfig->store),
-      m_pLogger(OpenLog(m_pConfig->logLevel, m_pConfig->logFile, false)),
-      m_log(m_pLogger, MaskFor(*m_pConfig)),
+      m_config(m_pConfig),
+      m_pSecrets(std::make_shared<Secrets>(SecretMask(SecretsOf(*m_pConfig)))),
+      m_pLogger(OpenLog(m_pConfig->logLevel, {m_pConfig->logFile, m_pConfig->logBytes, m_pConfig->logFiles})),
+      m_log(m_pLogger, m_pSecrets, [this](const std::string& text) { m_connections.Watch(text); }),
       m_reports(m_log),
       m_attachments(m_pConfig->store, m_pConfig->limits.attachmentBytes),
       m_mail(m_pConfig->store, m_attachments),
       m_ledger(m_store),
+      m_display({m_config, m_status, m_connections, m_pSecrets,
+                 [this](const std::string& text) { m_log.Warn(text); }}),
+      m_observers(m_pSecrets, m_display.Observers(), [this](const std::string& text) { m_log.Warn(text); }),
       m_library(m_pConfig->driver),
       m_driver({m_library,
                 {m_log, m_reports, m_returned},
@@ -52,12 +49,15 @@ Daemon::Daemon(ConfigSource source, std::shared_ptr<const HostConfig> config, co
                 m_pConfig->driverSettings,
                 m_pConfig->run.tick,
                 [this] { m_wakeUp.Wake(); }}),
-      m_runner({m_ledger, m_driver, m_returned, m_mail, m_doorbell, m_wakeUp, m_log, m_observer, m_status,
-                notifier, [this](const HostConfig& old) { return Reload(old); }},
+      m_runner({m_ledger, m_driver, m_returned, m_mail, m_doorbell, m_wakeUp, m_log, m_observers, *m_pSecrets,
+                m_status, notifier, [this](const HostConfig& old) { return Reload(old); }},
                m_pConfig, m_timeStarted) {}
 
 Runner::End Daemon::Run() {
     TellProblems(*m_pConfig);
+    if (const int port = m_display.Listen(); port != 0) {
+        m_log.Warn("listening on http://" + m_pConfig->http.address + ":" + std::to_string(port));
+    }
     BeginRun();
     m_pHousekeeper = std::make_unique<Housekeeper>(m_pConfig->store, m_pConfig, m_log);
     const Runner::End end = m_runner.Run();
@@ -97,6 +97,7 @@ std::shared_ptr<const HostConfig> Daemon::Reload(const HostConfig& old) {
     std::shared_ptr<const HostConfig> config;
     try {
         config = std::make_shared<const HostConfig>(m_source());
+        m_pSecrets->Learn(SecretsOf(*config));
     } catch (const std::exception& error) {
         std::istringstream lines(error.what());
         for (std::string line; std::getline(lines, line);) {
@@ -111,6 +112,7 @@ std::shared_ptr<const HostConfig> Daemon::Reload(const HostConfig& old) {
     m_pLogger->set_level(config->logLevel);
     TellProblems(*config);
     m_pHousekeeper->Adopt(config);
+    m_config.Set(config);
     m_log.Warn("the configuration was read anew: " + std::to_string(config->carriers.size()) +
                " carriers, before " + std::to_string(old.carriers.size()));
     return config;

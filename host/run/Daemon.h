@@ -5,6 +5,9 @@
 #include <string>
 
 #include "AttachmentStore.h"
+#include "ConnectionCounter.h"
+#include "CurrentConfig.h"
+#include "DaemonDisplay.h"
 #include "Doorbell.h"
 #include "DriverLibrary.h"
 #include "DriverLoop.h"
@@ -13,10 +16,12 @@
 #include "JobLedger.h"
 #include "KvMessageFileQueue.h"
 #include "LogSink.h"
+#include "ObserverList.h"
 #include "OutgoingMail.h"
 #include "ReportWriter.h"
 #include "RunStatus.h"
 #include "Runner.h"
+#include "Secrets.h"
 #include "ServiceNotifier.h"
 #include "StoreDatabase.h"
 #include "StoreLock.h"
@@ -61,6 +66,9 @@ private:
     StoreDatabase m_store;
     const StoreLock m_lock;
     Doorbell m_doorbell;
+    CurrentConfig m_config;  ///< as it is now
+    ConnectionCounter m_connections;
+    const std::shared_ptr<Secrets> m_pSecrets;
     const std::shared_ptr<spdlog::logger> m_pLogger;
     LogSink m_log;
     ReportWriter m_reports;
@@ -69,7 +77,8 @@ private:
     OutgoingMail m_mail;
     JobLedger m_ledger;
     RunStatus m_status;
-    RunObserver m_observer;
+    DaemonDisplay m_display;
+    ObserverList m_observers;
     WakeUp m_wakeUp;
     DriverLibrary m_library;
     DriverLoop m_driver;

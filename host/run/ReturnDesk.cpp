@@ -51,7 +51,10 @@ void ReturnDesk::NoteReturned(const KvMessageFile* returned, StoreTime now) {
         return;
     }
     m_nCollected += file->m_bForDeletion ? 0 : 1;
-    Conclude(*file, VerdictOn(*file, file->FailureReason()), now);
+    Verdict verdict = VerdictOn(*file, file->FailureReason());
+    // A server may repeat what it was told.
+    verdict.reason = m_state.secrets.Mask(verdict.reason);
+    Conclude(*file, verdict, now);
     Release(*file);
 }
 

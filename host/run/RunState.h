@@ -12,6 +12,7 @@
 #include "LogSink.h"
 #include "OutcomeBook.h"
 #include "RunObserver.h"
+#include "Secrets.h"
 #include "SliceScheduler.h"
 #include "WakeUp.h"
 
@@ -22,16 +23,26 @@ namespace kvhost {
 struct RunState {
     using Clock = std::chrono::steady_clock;
 
-    RunState(JobLedger& theLedger, DriverLoop& theDriver, WakeUp& theWakeUp, LogSink& theLog,
-             RunObserver& theObserver, std::shared_ptr<const HostConfig> theConfig)
-        : ledger(theLedger),
-          driver(theDriver),
-          log(theLog),
-          observer(theObserver),
+    /// What is not its own and outlives it.
+    struct Parts {
+        JobLedger& ledger;
+        DriverLoop& driver;
+        WakeUp& wakeUp;
+        LogSink& log;
+        RunObserver& observer;
+        const Secrets& secrets;
+    };
+
+    RunState(const Parts& parts, std::shared_ptr<const HostConfig> theConfig)
+        : ledger(parts.ledger),
+          driver(parts.driver),
+          log(parts.log),
+          observer(parts.observer),
+          secrets(parts.secrets),
           config(std::move(theConfig)),
           slices(SliceLimitsOf(*config)),
-          carriers(theLog, [&theWakeUp] { theWakeUp.Wake(); }),
-          outcomes(theLedger, theObserver) {
+          carriers(parts.log, [&wakeUp = parts.wakeUp] { wakeUp.Wake(); }),
+          outcomes(parts.ledger, parts.observer) {
         carriers.Adopt(*config);
     }
 
@@ -39,6 +50,7 @@ struct RunState {
     DriverLoop& driver;
     LogSink& log;
     RunObserver& observer;
+    const Secrets& secrets;
     std::shared_ptr<const HostConfig> config;
     SliceScheduler slices;
     CarrierWatch carriers;

@@ -26,7 +26,8 @@ constexpr std::chrono::seconds kLastWrites{10};
 
 Runner::Runner(const Parts& parts, std::shared_ptr<const HostConfig> config, StoreTime started)
     : m_parts(parts),
-      m_state(parts.ledger, parts.driver, parts.wakeUp, parts.log, parts.observer, std::move(config)),
+      m_state({parts.ledger, parts.driver, parts.wakeUp, parts.log, parts.observer, parts.secrets},
+              std::move(config)),
       m_returns(m_state, parts.returned),
       m_handOver(m_state, parts.mail, [this] {
           m_returns.NoteComing();

@@ -35,6 +35,7 @@ public:
         WakeUp& wakeUp;
         LogSink& log;
         RunObserver& observer;
+        const Secrets& secrets;
         RunStatus& status;
         const ServiceNotifier& notifier;
         /// Reads the configuration anew; null when it cannot be used, which was told then.
