@@ -200,7 +200,7 @@ def check_list(host, audit):
     if len(rows) != min(50, len(audit.stored)):
         audit.faults.append(f"kvhost list tells {len(rows)} jobs")
     for row in rows:
-        if row["state"] != STATES[audit.stored[row["id"]][0]]:
+        if row["state"] != STATES[audit.stored[row["job"]][0]]:
             audit.faults.append(f"kvhost list tells {row['state']} of {row['id']}")
 
 
