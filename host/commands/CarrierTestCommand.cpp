@@ -1,6 +1,6 @@
 #include "CarrierTestCommand.h"
 
-#include "CarrierProbe.h"
+#include "CarrierTrial.h"
 #include "ReportOutput.h"
 #include "VisibleText.h"
 
@@ -34,7 +34,7 @@ CLI::App* CarrierTestCommand::Register(CLI::App& app) {
 int CarrierTestCommand::Run() {
     const HostConfig config = m_options.LoadConfig();
     ReportOutput output;
-    const ProbeReport report = CarrierProbe(Find(config), *ParseDuration(m_strTimeout)).Run();
+    const ProbeReport report = CarrierTrial(Find(config), *ParseDuration(m_strTimeout)).Run();
     const int status = report.IsUsable() ? kExitSuccess : kExitSomeFailed;
     const std::string text = m_options.IsJson() ? FormatProbeJson(report, status) : FormatProbe(report);
     return output.Write(text) ? status : kExitSomeFailed;

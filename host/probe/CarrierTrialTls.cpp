@@ -1,4 +1,4 @@
-#include "CarrierProbe.h"
+#include "CarrierTrial.h"
 #include "ProbeError.h"
 
 // The step to TLS, and what is to be said of it.
@@ -20,7 +20,7 @@ std::string Joined(const std::vector<std::string>& texts) {
 }  // namespace
 
 /// With security on demand the driver authenticates in clear where that is offered, and else waits for a demand.
-bool CarrierProbe::WantsTls() const {
+bool CarrierTrial::WantsTls() const {
     if (m_setOffers.count("STARTTLS") == 0) {
         return false;
     }
@@ -34,7 +34,7 @@ bool CarrierProbe::WantsTls() const {
     }
 }
 
-void CarrierProbe::SkipTls(ProbeStep& step) {
+void CarrierTrial::SkipTls(ProbeStep& step) {
     step.status = ProbeStatus::Skipped;
     switch (m_carrier.security) {
         case SMTP_SECURITY_CLEAR:
@@ -52,7 +52,7 @@ void CarrierProbe::SkipTls(ProbeStep& step) {
     }
 }
 
-void CarrierProbe::StartTls(ProbeStep& step) {
+void CarrierTrial::StartTls(ProbeStep& step) {
     const ProbeTlsContext settings = MakeProbeTls(m_carrier);
     const ProbeReply reply = Ask(step, "STARTTLS\r\n");
     if (reply.code / 100 == 2) {
@@ -66,7 +66,7 @@ void CarrierProbe::StartTls(ProbeStep& step) {
     }
 }
 
-void CarrierProbe::Examine(ProbeStep& step) {
+void CarrierTrial::Examine(ProbeStep& step) {
     m_report.tls = TlsFacts(*m_wire.Tls(), m_strHost);
     ShowTls();
     const ProbeTlsFacts& tls = *m_report.tls;
@@ -86,7 +86,7 @@ void CarrierProbe::Examine(ProbeStep& step) {
 }
 
 /// Makes the texts of the facts fit to be shown.
-void CarrierProbe::ShowTls() {
+void CarrierTrial::ShowTls() {
     ProbeTlsFacts& tls = *m_report.tls;
     for (std::string* text : {&tls.subject, &tls.issuer, &tls.problem}) {
         *text = Shown(*text);

@@ -17,10 +17,10 @@ namespace kvhost {
 ///
 /// Other than the driver it reads whole replies, and shows the password to no server whose certificate it could not
 /// verify.
-class CarrierProbe {
+class CarrierTrial {
 public:
     /// `limit`: how long each step may take. The look-up of the address has the system's own time-outs.
-    CarrierProbe(const Carrier& carrier, Milliseconds limit);
+    CarrierTrial(const Carrier& carrier, Milliseconds limit);
 
     /// Once. Throws nothing but std::bad_alloc: what goes wrong stands in the report.
     ProbeReport Run();
@@ -28,7 +28,7 @@ public:
 private:
     struct Stop {};
 
-    using Work = void (CarrierProbe::*)(ProbeStep&);
+    using Work = void (CarrierTrial::*)(ProbeStep&);
 
     void Take(const char* name, Work work);
     void FailUnless(bool isGood, ProbeStep& step, const std::string& text) const;

@@ -1,5 +1,5 @@
 #include "Base64.h"
-#include "CarrierProbe.h"
+#include "CarrierTrial.h"
 #include "ProbeError.h"
 
 // The step of authentication (RFC 4954): PLAIN where it is offered, else LOGIN, as the driver does.
@@ -17,7 +17,7 @@ bool IsChallenge(const ProbeReply& reply, const std::string& text) {
 
 }  // namespace
 
-void CarrierProbe::Authenticate(ProbeStep& step) {
+void CarrierTrial::Authenticate(ProbeStep& step) {
     if (!HasAccount()) {
         step.status = ProbeStatus::Skipped;
         step.text = "the carrier has no user and no password";
@@ -31,7 +31,7 @@ void CarrierProbe::Authenticate(ProbeStep& step) {
     }
 }
 
-void CarrierProbe::TryAccount(ProbeStep& step) {
+void CarrierTrial::TryAccount(ProbeStep& step) {
     m_report.auth = ProbeAuth{m_setOffers.count("PLAIN") != 0 ? "PLAIN" : "LOGIN", false};
     if (m_wire.Tls() == nullptr) {
         Warn(step, "user and password travel in clear");
@@ -47,7 +47,7 @@ void CarrierProbe::TryAccount(ProbeStep& step) {
     }
 }
 
-bool CarrierProbe::IsAccepted(ProbeStep& step, const ProbeReply& reply) {
+bool CarrierTrial::IsAccepted(ProbeStep& step, const ProbeReply& reply) {
     FailUnless(!reply.IsRefusal(), step,
                m_report.auth->mechanism + " refused; the driver gives the connection up: " + reply.Text());
     if (m_carrier.security == SMTP_SECURITY_ON_DEMAND && reply.code == 530 &&
@@ -57,7 +57,7 @@ bool CarrierProbe::IsAccepted(ProbeStep& step, const ProbeReply& reply) {
     return !reply.IsRefusal();
 }
 
-void CarrierProbe::TryPlain(ProbeStep& step) {
+void CarrierTrial::TryPlain(ProbeStep& step) {
     const std::string separator(1, '\0');
     const std::string credentials = separator + m_carrier.user + separator + m_carrier.password;
     if (credentials.size() > kLongestAccount) {
@@ -76,7 +76,7 @@ void CarrierProbe::TryPlain(ProbeStep& step) {
     }
 }
 
-void CarrierProbe::TryLogin(ProbeStep& step) {
+void CarrierTrial::TryLogin(ProbeStep& step) {
     const std::string strange =
         "the server's LOGIN asks in words that the driver does not know, which then goes on "
         "without user and password: ";

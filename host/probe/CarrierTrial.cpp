@@ -1,4 +1,4 @@
-#include "CarrierProbe.h"
+#include "CarrierTrial.h"
 
 #include <arpa/inet.h>
 #include <netdb.h>
@@ -69,7 +69,7 @@ Addresses LookUp(const std::string& host) {
 
 }  // namespace
 
-CarrierProbe::CarrierProbe(const Carrier& carrier, Milliseconds limit)
+CarrierTrial::CarrierTrial(const Carrier& carrier, Milliseconds limit)
     : m_carrier(carrier),
       m_mask({{carrier.user, carrier.password}}),
       m_wire(limit),
@@ -79,18 +79,18 @@ CarrierProbe::CarrierProbe(const Carrier& carrier, Milliseconds limit)
     m_report.security = SecurityName(carrier.security);
 }
 
-ProbeReport CarrierProbe::Run() {
+ProbeReport CarrierTrial::Run() {
     try {
-        Take("address", &CarrierProbe::FindAddress);
-        Take("connect", &CarrierProbe::Connect);
-        Take("greeting", &CarrierProbe::ReadGreeting);
-        Take("EHLO", &CarrierProbe::SayEhlo);
-        Take("STARTTLS", WantsTls() ? &CarrierProbe::StartTls : &CarrierProbe::SkipTls);
+        Take("address", &CarrierTrial::FindAddress);
+        Take("connect", &CarrierTrial::Connect);
+        Take("greeting", &CarrierTrial::ReadGreeting);
+        Take("EHLO", &CarrierTrial::SayEhlo);
+        Take("STARTTLS", WantsTls() ? &CarrierTrial::StartTls : &CarrierTrial::SkipTls);
         if (m_wire.Tls() != nullptr) {
-            Take("EHLO in TLS", &CarrierProbe::SayEhlo);
+            Take("EHLO in TLS", &CarrierTrial::SayEhlo);
         }
-        Take("AUTH", &CarrierProbe::Authenticate);
-        Take("QUIT", &CarrierProbe::SayQuit);
+        Take("AUTH", &CarrierTrial::Authenticate);
+        Take("QUIT", &CarrierTrial::SayQuit);
     } catch (const Stop&) {
         // The step that failed tells the rest.
     }
@@ -98,7 +98,7 @@ ProbeReport CarrierProbe::Run() {
 }
 
 /// Adds the step that `work` fills in, and ends the probe when it failed.
-void CarrierProbe::Take(const char* name, Work work) {
+void CarrierTrial::Take(const char* name, Work work) {
     ProbeStep step;
     step.name = name;
     const auto begin = std::chrono::steady_clock::now();
@@ -115,19 +115,19 @@ void CarrierProbe::Take(const char* name, Work work) {
     }
 }
 
-void CarrierProbe::FailUnless(bool isGood, ProbeStep& step, const std::string& text) const {
+void CarrierTrial::FailUnless(bool isGood, ProbeStep& step, const std::string& text) const {
     if (!isGood) {
         step.status = ProbeStatus::Failed;
         step.text = Shown(text);
     }
 }
 
-void CarrierProbe::Warn(ProbeStep& step, const std::string& text) const {
+void CarrierTrial::Warn(ProbeStep& step, const std::string& text) const {
     step.status = step.status == ProbeStatus::Ok ? ProbeStatus::Warning : step.status;
     step.details.push_back(Shown(text));
 }
 
-void CarrierProbe::FindAddress(ProbeStep& step) {
+void CarrierTrial::FindAddress(ProbeStep& step) {
     const Addresses addresses = LookUp(m_strHost);
     std::memcpy(&m_address, addresses->ai_addr, sizeof(m_address));
     m_address.sin_port = htons(static_cast<std::uint16_t>(PortOf(m_carrier.server)));
@@ -137,20 +137,20 @@ void CarrierProbe::FindAddress(ProbeStep& step) {
     }
 }
 
-void CarrierProbe::Connect(ProbeStep& step) {
+void CarrierTrial::Connect(ProbeStep& step) {
     const auto begin = std::chrono::steady_clock::now();
     m_wire.Connect(m_address);
     const auto took = std::chrono::steady_clock::now() - begin;
     step.text = "in " + DurationText(std::chrono::duration_cast<Milliseconds>(took));
 }
 
-void CarrierProbe::ReadGreeting(ProbeStep& step) {
+void CarrierTrial::ReadGreeting(ProbeStep& step) {
     const ProbeReply reply = Reply(step);
     step.text = Shown(reply.Text());
     FailUnless(!reply.IsRefusal(), step, "the server takes no mail now: " + reply.Text());
 }
 
-void CarrierProbe::SayEhlo(ProbeStep& step) {
+void CarrierTrial::SayEhlo(ProbeStep& step) {
     ProbeReply reply = Ask(step, "EHLO [127.0.0.1]\r\n");
     if (reply.IsRefusal()) {
         Warn(step, "refused, so the driver says HELO, and knows of no extensions: " + reply.Text());
@@ -165,7 +165,7 @@ void CarrierProbe::SayEhlo(ProbeStep& step) {
 }
 
 /// As the driver does: parts of lines in their exact case, and what was offered once counts for good.
-void CarrierProbe::NoteOffers(const ProbeReply& reply) {
+void CarrierTrial::NoteOffers(const ProbeReply& reply) {
     m_report.extensions.clear();
     for (const std::string& line : reply.lines) {
         if (Has(line, "STARTTLS")) {
@@ -183,7 +183,7 @@ void CarrierProbe::NoteOffers(const ProbeReply& reply) {
     }
 }
 
-void CarrierProbe::SayQuit(ProbeStep& step) {
+void CarrierTrial::SayQuit(ProbeStep& step) {
     try {
         step.text = Shown(Ask(step, "QUIT\r\n").Text());
     } catch (const ProbeError& error) {
@@ -191,12 +191,12 @@ void CarrierProbe::SayQuit(ProbeStep& step) {
     }
 }
 
-ProbeReply CarrierProbe::Ask(ProbeStep& step, const std::string& line) {
+ProbeReply CarrierTrial::Ask(ProbeStep& step, const std::string& line) {
     m_wire.Send(line);
     return Reply(step);
 }
 
-ProbeReply CarrierProbe::Reply(ProbeStep& step) {
+ProbeReply CarrierTrial::Reply(ProbeStep& step) {
     ProbeReply reply = m_wire.ReadReply();
     if (reply.pieces > 1 || reply.bytes > kDriversRead) {
         Warn(step,
@@ -208,7 +208,7 @@ ProbeReply CarrierProbe::Reply(ProbeStep& step) {
     return reply;
 }
 
-std::string CarrierProbe::Shown(std::string_view text) const {
+std::string CarrierTrial::Shown(std::string_view text) const {
     return MakeVisible(m_mask.Apply(text));
 }
 

@@ -1,4 +1,4 @@
-#include "CarrierProbe.h"
+#include "CarrierTrial.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -59,7 +59,7 @@ Carrier CarrierOf(const ScriptedSmtpServer& server, SmtpSecurityType security) {
 }
 
 ProbeReport Probe(const Carrier& carrier, Milliseconds limit = kLimit) {
-    return CarrierProbe(carrier, limit).Run();
+    return CarrierTrial(carrier, limit).Run();
 }
 
 ProbeReport Probe(const ScriptedSmtpServer& server, SmtpSecurityType security, Milliseconds limit = kLimit) {
@@ -83,7 +83,7 @@ const ProbeStep& StepOf(const ProbeReport& report, const std::string& name) {
     throw std::runtime_error("no step " + name + " in " + FormatProbe(report));
 }
 
-TEST(CarrierProbeTest, GoesTheWholeWayThroughTlsAndSendsNoMail) {
+TEST(CarrierTrialTest, GoesTheWholeWayThroughTlsAndSendsNoMail) {
     const ScriptedSmtpServer server(WithTls());
     const ProbeReport report = Probe(server, SMTP_SECURITY_REQUIRED);
     EXPECT_TRUE(report.IsUsable()) << FormatProbe(report);
@@ -98,7 +98,7 @@ TEST(CarrierProbeTest, GoesTheWholeWayThroughTlsAndSendsNoMail) {
     EXPECT_EQ(server.commandCount("QUIT"), 1);
 }
 
-TEST(CarrierProbeTest, TellsOfTlsAndItsCertificate) {
+TEST(CarrierTrialTest, TellsOfTlsAndItsCertificate) {
     const ScriptedSmtpServer server(WithTls());
     const ProbeReport report = Probe(server, SMTP_SECURITY_REQUIRED);
     ASSERT_TRUE(report.tls);
@@ -114,7 +114,7 @@ TEST(CarrierProbeTest, TellsOfTlsAndItsCertificate) {
                 AllOf(Contains("subject CN=localhost"), Contains("for localhost, 127.0.0.1")));
 }
 
-TEST(CarrierProbeTest, UsesLoginWhereThereIsNoPlain) {
+TEST(CarrierTrialTest, UsesLoginWhereThereIsNoPlain) {
     SmtpServerOptions options = Plain();
     options.extensions = {{"AUTH LOGIN"}};
     const ScriptedSmtpServer server(options);
@@ -124,7 +124,7 @@ TEST(CarrierProbeTest, UsesLoginWhereThereIsNoPlain) {
     EXPECT_EQ(report.auth->mechanism, "LOGIN");
 }
 
-TEST(CarrierProbeTest, WarnsOfAPasswordInClear) {
+TEST(CarrierTrialTest, WarnsOfAPasswordInClear) {
     const ScriptedSmtpServer server(Plain());
     const ProbeReport report = Probe(server, SMTP_SECURITY_CLEAR);
     EXPECT_THAT(StepsOf(report), Contains("AUTH warning"));
@@ -132,7 +132,7 @@ TEST(CarrierProbeTest, WarnsOfAPasswordInClear) {
     EXPECT_EQ(StepOf(report, "STARTTLS").text, "never used with security clear");
 }
 
-TEST(CarrierProbeTest, ACarrierWithoutAnAccountSkipsAuth) {
+TEST(CarrierTrialTest, ACarrierWithoutAnAccountSkipsAuth) {
     const ScriptedSmtpServer server(Plain());
     Carrier carrier = CarrierOf(server, SMTP_SECURITY_CLEAR);
     carrier.user.clear();
@@ -143,67 +143,67 @@ TEST(CarrierProbeTest, ACarrierWithoutAnAccountSkipsAuth) {
     EXPECT_EQ(server.commandCount("AUTH"), 0);
 }
 
-TEST(CarrierProbeTest, AnUnknownHostFailsAtTheAddress) {
+TEST(CarrierTrialTest, AnUnknownHostFailsAtTheAddress) {
     const ProbeReport report = Probe(CarrierOf("no-such-host.invalid:25", SMTP_SECURITY_CLEAR));
     EXPECT_THAT(StepsOf(report), ElementsAre("address failed"));
     EXPECT_THAT(report.WhyNotUsable(), HasSubstr("address: no IPv4 address for no-such-host.invalid: "));
 }
 
-TEST(CarrierProbeTest, ARefusedConnectionFails) {
+TEST(CarrierTrialTest, ARefusedConnectionFails) {
     const ProbeReport report =
         Probe(CarrierOf("127.0.0.1:" + std::to_string(kvtest::FreePort()), SMTP_SECURITY_CLEAR));
     EXPECT_EQ(report.WhyNotUsable(), "connect: no connection: Connection refused");
 }
 
-TEST(CarrierProbeTest, ASilentServerFailsWhenTheTimeIsOver) {
+TEST(CarrierTrialTest, ASilentServerFailsWhenTheTimeIsOver) {
     ScriptedSmtpServer server(Plain());
     server.on(step::Greeting).reply(kvtest::Reply().thenStall());
     const ProbeReport report = Probe(server, SMTP_SECURITY_CLEAR, kShortLimit);
     EXPECT_EQ(report.WhyNotUsable(), "greeting: no answer within 150 ms");
 }
 
-TEST(CarrierProbeTest, AServerThatFallsSilentInTheMiddleOfAReplyFails) {
+TEST(CarrierTrialTest, AServerThatFallsSilentInTheMiddleOfAReplyFails) {
     ScriptedSmtpServer server(Plain());
     server.on("EHLO").reply(kvtest::Reply("250-test.example\r\n250-SI").thenStall());
     const ProbeReport report = Probe(server, SMTP_SECURITY_CLEAR, kShortLimit);
     EXPECT_EQ(report.WhyNotUsable(), "EHLO: no answer within 150 ms");
 }
 
-TEST(CarrierProbeTest, AServerThatClosesFails) {
+TEST(CarrierTrialTest, AServerThatClosesFails) {
     ScriptedSmtpServer server(Plain());
     server.on(step::Greeting).reply(kvtest::Reply().thenClose());
     EXPECT_EQ(Probe(server, SMTP_SECURITY_CLEAR).WhyNotUsable(),
               "greeting: the server closed the connection");
 }
 
-TEST(CarrierProbeTest, AGreetingThatIsNoReplyFails) {
+TEST(CarrierTrialTest, AGreetingThatIsNoReplyFails) {
     ScriptedSmtpServer server(Plain());
     server.on(step::Greeting).reply("SSH-2.0-OpenSSH\r\n");
     EXPECT_EQ(Probe(server, SMTP_SECURITY_CLEAR).WhyNotUsable(),
               "greeting: the server sends what is no SMTP reply: SSH-2.0-OpenSSH");
 }
 
-TEST(CarrierProbeTest, AGreetingThatRefusesFails) {
+TEST(CarrierTrialTest, AGreetingThatRefusesFails) {
     ScriptedSmtpServer server(Plain());
     server.on(step::Greeting).reply("421 4.3.2 not now\r\n");
     EXPECT_EQ(Probe(server, SMTP_SECURITY_CLEAR).WhyNotUsable(),
               "greeting: the server takes no mail now: 421 4.3.2 not now");
 }
 
-TEST(CarrierProbeTest, AReplyWithoutEndFails) {
+TEST(CarrierTrialTest, AReplyWithoutEndFails) {
     ScriptedSmtpServer server(Plain());
     server.on(step::Greeting).reply(std::string(200000, '2'));
     EXPECT_EQ(Probe(server, SMTP_SECURITY_CLEAR).WhyNotUsable(),
               "greeting: the server sends a reply without end");
 }
 
-TEST(CarrierProbeTest, HostileTextIsMadeVisible) {
+TEST(CarrierTrialTest, HostileTextIsMadeVisible) {
     ScriptedSmtpServer server(Plain());
     server.on(step::Greeting).reply("220 \x1B[2J\xFF\tx\r\n");
     EXPECT_EQ(StepOf(Probe(server, SMTP_SECURITY_CLEAR), "greeting").text, "220 <ESC>[2J<FF><TAB>x");
 }
 
-TEST(CarrierProbeTest, WhereEhloIsRefusedItSaysHelo) {
+TEST(CarrierTrialTest, WhereEhloIsRefusedItSaysHelo) {
     ScriptedSmtpServer server(Plain());
     server.on("EHLO").reply("502 5.5.1 unknown\r\n");
     Carrier carrier = CarrierOf(server, SMTP_SECURITY_CLEAR);
@@ -215,7 +215,7 @@ TEST(CarrierProbeTest, WhereEhloIsRefusedItSaysHelo) {
         ElementsAre("refused, so the driver says HELO, and knows of no extensions: 502 5.5.1 unknown"));
 }
 
-TEST(CarrierProbeTest, AServerThatRefusesHeloTooFails) {
+TEST(CarrierTrialTest, AServerThatRefusesHeloTooFails) {
     ScriptedSmtpServer server(Plain());
     server.on("EHLO").reply("502 5.5.1 unknown\r\n");
     server.on("HELO").reply("550 5.7.1 go away\r\n");
@@ -223,7 +223,7 @@ TEST(CarrierProbeTest, AServerThatRefusesHeloTooFails) {
               "EHLO: the server refuses EHLO and HELO: 550 5.7.1 go away");
 }
 
-TEST(CarrierProbeTest, AReplyInPiecesIsReadWhollyAndWarnedOf) {
+TEST(CarrierTrialTest, AReplyInPiecesIsReadWhollyAndWarnedOf) {
     ScriptedSmtpServer server(Plain());
     server.on("EHLO").reply(
         kvtest::Reply("250-test.example\r\n250-SIZE 10\r\n250 AUTH PLAIN\r\n").byteByByte());
@@ -234,21 +234,21 @@ TEST(CarrierProbeTest, AReplyInPiecesIsReadWhollyAndWarnedOf) {
     EXPECT_THAT(StepOf(report, "EHLO").details, Contains(HasSubstr("the driver takes what one read brings")));
 }
 
-TEST(CarrierProbeTest, WithoutStartTlsRequiredFailsAndShowsNoPassword) {
+TEST(CarrierTrialTest, WithoutStartTlsRequiredFailsAndShowsNoPassword) {
     const ScriptedSmtpServer server(Plain());
     EXPECT_EQ(Probe(server, SMTP_SECURITY_REQUIRED).WhyNotUsable(),
               "STARTTLS: not offered; with security required the driver gives the connection up");
     EXPECT_EQ(server.commandCount("AUTH"), 0);
 }
 
-TEST(CarrierProbeTest, WithoutStartTlsIfAvailableGoesOnWithAWarning) {
+TEST(CarrierTrialTest, WithoutStartTlsIfAvailableGoesOnWithAWarning) {
     const ScriptedSmtpServer server(Plain());
     const ProbeReport report = Probe(server, SMTP_SECURITY_IF_AVAILABLE);
     EXPECT_TRUE(report.IsUsable());
     EXPECT_THAT(StepsOf(report), Contains("STARTTLS warning"));
 }
 
-TEST(CarrierProbeTest, ARefusedStartTlsFailsWhereItIsRequired) {
+TEST(CarrierTrialTest, ARefusedStartTlsFailsWhereItIsRequired) {
     ScriptedSmtpServer server(WithTls());
     server.on("STARTTLS").reply("454 4.7.0 no TLS today\r\n");
     EXPECT_EQ(Probe(server, SMTP_SECURITY_REQUIRED).WhyNotUsable(),
@@ -275,19 +275,19 @@ void ExpectUnverified(const kvtest::CertificateFiles& files, const std::string& 
     }
 }
 
-TEST(CarrierProbeTest, ACertificateOfAnotherAuthorityFails) {
+TEST(CarrierTrialTest, ACertificateOfAnotherAuthorityFails) {
     ExpectUnverified(TestCertificates::Shared().fromOtherCa(), "unable to get local issuer certificate");
 }
 
-TEST(CarrierProbeTest, ASelfSignedCertificateFails) {
+TEST(CarrierTrialTest, ASelfSignedCertificateFails) {
     ExpectUnverified(TestCertificates::Shared().selfSigned(), "self-signed certificate");
 }
 
-TEST(CarrierProbeTest, AnExpiredCertificateFails) {
+TEST(CarrierTrialTest, AnExpiredCertificateFails) {
     ExpectUnverified(TestCertificates::Shared().expired(), "certificate has expired");
 }
 
-TEST(CarrierProbeTest, ACertificateForAnotherHostIsWarnedOf) {
+TEST(CarrierTrialTest, ACertificateForAnotherHostIsWarnedOf) {
     SmtpServerOptions options = WithTls();
     options.tls = TestCertificates::Shared().tlsWith(TestCertificates::Shared().client());
     const ScriptedSmtpServer server(options);
@@ -299,7 +299,7 @@ TEST(CarrierProbeTest, ACertificateForAnotherHostIsWarnedOf) {
         Contains("the certificate is not for 127.0.0.1; the driver verifies the chain alone and goes on"));
 }
 
-TEST(CarrierProbeTest, AServerThatBreaksTheHandshakeFails) {
+TEST(CarrierTrialTest, AServerThatBreaksTheHandshakeFails) {
     ScriptedSmtpServer server(WithTls());
     server.on("STARTTLS").reply(kvtest::Reply("220 go\r\n").thenStartTlsGarbage());
     EXPECT_THAT(Probe(server, SMTP_SECURITY_REQUIRED).WhyNotUsable(), HasSubstr("STARTTLS: TLS failed: "));
@@ -308,14 +308,14 @@ TEST(CarrierProbeTest, AServerThatBreaksTheHandshakeFails) {
               "STARTTLS: the server closed the connection");
 }
 
-TEST(CarrierProbeTest, WhatComesInClearBehindTheReplyToStartTlsFails) {
+TEST(CarrierTrialTest, WhatComesInClearBehindTheReplyToStartTlsFails) {
     ScriptedSmtpServer server(WithTls());
     server.on("STARTTLS").reply(kvtest::Reply("220 go\r\n250 injected\r\n").thenStall());
     EXPECT_EQ(Probe(server, SMTP_SECURITY_REQUIRED).WhyNotUsable(),
               "STARTTLS: the server sent more than its reply before TLS");
 }
 
-TEST(CarrierProbeTest, TheClientCertificateIsShown) {
+TEST(CarrierTrialTest, TheClientCertificateIsShown) {
     const TestCertificates& certificates = TestCertificates::Shared();
     SmtpServerOptions options = Plain();
     options.tls = certificates.tlsDemandingClientCertificate();
@@ -328,7 +328,7 @@ TEST(CarrierProbeTest, TheClientCertificateIsShown) {
     EXPECT_TRUE(report.IsUsable()) << FormatProbe(report);
 }
 
-TEST(CarrierProbeTest, FilesThatCannotBeUsedFail) {
+TEST(CarrierTrialTest, FilesThatCannotBeUsedFail) {
     const TestCertificates& certificates = TestCertificates::Shared();
     const ScriptedSmtpServer server(WithTls());
     Carrier carrier = CarrierOf(server, SMTP_SECURITY_REQUIRED);
@@ -351,7 +351,7 @@ TEST(CarrierProbeTest, FilesThatCannotBeUsedFail) {
                 HasSubstr("STARTTLS: the key_file has no key that can be used: "));
 }
 
-TEST(CarrierProbeTest, ARefusedPasswordFailsAndStaysSecret) {
+TEST(CarrierTrialTest, ARefusedPasswordFailsAndStaysSecret) {
     for (const char* mechanism : {"PLAIN", "LOGIN"}) {
         SmtpServerOptions options = WithTls();
         options.accounts = {{kUser, "another"}};
@@ -370,7 +370,7 @@ TEST(CarrierProbeTest, ARefusedPasswordFailsAndStaysSecret) {
     }
 }
 
-TEST(CarrierProbeTest, AnAccountWithoutAnOfferOfAuthFails) {
+TEST(CarrierTrialTest, AnAccountWithoutAnOfferOfAuthFails) {
     SmtpServerOptions options = Plain();
     options.extensions = {{"SIZE 1", "AUTH CRAM-MD5"}};
     const ScriptedSmtpServer server(options);
@@ -380,7 +380,7 @@ TEST(CarrierProbeTest, AnAccountWithoutAnOfferOfAuthFails) {
         "carrier has");
 }
 
-TEST(CarrierProbeTest, AnOfferInLowerCaseIsNoneForTheDriver) {
+TEST(CarrierTrialTest, AnOfferInLowerCaseIsNoneForTheDriver) {
     SmtpServerOptions options = Plain();
     options.extensions = {{"auth plain"}};
     const ScriptedSmtpServer server(options);
@@ -388,7 +388,7 @@ TEST(CarrierProbeTest, AnOfferInLowerCaseIsNoneForTheDriver) {
                 HasSubstr("AUTH: neither PLAIN nor LOGIN"));
 }
 
-TEST(CarrierProbeTest, AStrangeChallengeFails) {
+TEST(CarrierTrialTest, AStrangeChallengeFails) {
     SmtpServerOptions options = Plain();
     options.extensions = {{"AUTH LOGIN"}};
     ScriptedSmtpServer server(options);
@@ -398,7 +398,7 @@ TEST(CarrierProbeTest, AStrangeChallengeFails) {
     EXPECT_THAT(Probe(server, SMTP_SECURITY_CLEAR).WhyNotUsable(), HasSubstr("the driver does not know"));
 }
 
-TEST(CarrierProbeTest, OnDemandUsesTlsWhereTheAccountNeedsIt) {
+TEST(CarrierTrialTest, OnDemandUsesTlsWhereTheAccountNeedsIt) {
     SmtpServerOptions options = WithTls();
     options.extensions = {{"STARTTLS"}};
     options.extensionsInsideTls = {{"AUTH PLAIN"}};
@@ -408,14 +408,14 @@ TEST(CarrierProbeTest, OnDemandUsesTlsWhereTheAccountNeedsIt) {
     EXPECT_THAT(StepsOf(report), Contains("EHLO in TLS ok"));
 }
 
-TEST(CarrierProbeTest, OnDemandWaitsForADemandOtherwise) {
+TEST(CarrierTrialTest, OnDemandWaitsForADemandOtherwise) {
     const ScriptedSmtpServer server(WithTls());
     const ProbeReport report = Probe(server, SMTP_SECURITY_ON_DEMAND);
     EXPECT_TRUE(report.IsUsable()) << FormatProbe(report);
     EXPECT_THAT(StepsOf(report), AllOf(Contains("STARTTLS skipped"), Contains("AUTH warning")));
 }
 
-TEST(CarrierProbeTest, OnDemandWarnsOfAnAuthThatDemandsTls) {
+TEST(CarrierTrialTest, OnDemandWarnsOfAnAuthThatDemandsTls) {
     ScriptedSmtpServer server(WithTls());
     server.on("AUTH").reply("530 5.7.0 Must issue a STARTTLS command first\r\n");
     const ProbeReport report = Probe(server, SMTP_SECURITY_ON_DEMAND);
@@ -424,7 +424,7 @@ TEST(CarrierProbeTest, OnDemandWarnsOfAnAuthThatDemandsTls) {
                 Contains(HasSubstr("the driver repeats AUTH without end here")));
 }
 
-TEST(CarrierProbeTest, AFailedQuitIsAWarningAlone) {
+TEST(CarrierTrialTest, AFailedQuitIsAWarningAlone) {
     ScriptedSmtpServer server(Plain());
     server.on("QUIT").reply(kvtest::Reply().thenClose());
     const ProbeReport report = Probe(server, SMTP_SECURITY_CLEAR);
