@@ -63,7 +63,7 @@ public:
     void Step() {
         const std::string id = "alarm-" + std::to_string(++m_nStep);
         Submit({id.c_str(), "pager-south", "duty@example.org", "Alarm"}, StoreNow());
-        End(id, m_nStep % 5 == 0 ? "450 4.2.1 The mailbox of the recipient is busy" : "");
+        End(id, m_nStep % 5 == 0 ? "550 5.2.1 The mailbox of the recipient is disabled" : "");
         Publish();
     }
 
@@ -85,7 +85,7 @@ private:
         kvhost::JobOperations(m_store).Hold("report-2026-11", StoreNow());
         Submit({"lift-4-90", "pager-south", "nobody@example.org", "Lift 4: emergency call"}, submitted);
         End("lift-4-90", "550 5.1.1 <nobody@example.org>: Recipient address rejected: User unknown");
-        for (int i = 0; i < 40; ++i) {
+        for (int i = 0; i < 12; ++i) {
             const std::string id = "reading-" + std::to_string(i);
             Submit({id.c_str(), i % 3 == 0 ? "mail-hq" : "pager-south", "log@example.org", "Reading"},
                    submitted);
