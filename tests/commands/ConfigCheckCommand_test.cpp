@@ -130,14 +130,12 @@ TEST_F(ConfigCheckCommandTest, AFolderThatThisUserMayNotWriteIsAFault) {
     const std::filesystem::path closed = folder / "closed";
     std::filesystem::create_directory(closed);
     m_folder.write("closed/there.log", "");
-    constexpr perms kReadOnly =
-        perms::owner_read | perms::owner_exec | perms::others_read | perms::others_exec;
-    std::filesystem::permissions(closed, kReadOnly);
-    std::filesystem::permissions(folder, perms::owner_all | perms::others_all);
+    std::filesystem::permissions(closed, perms(0555));
+    std::filesystem::permissions(folder, perms(0777));
     const std::string file = m_folder.write(
         "kvhost.toml", std::string("store = \"closed/store\"\n") + "[log]\nfile = \"closed/log\"\n" +
                            "[delivery_log]\nfile = \"closed/there.log\"\n");
-    std::filesystem::permissions(file, perms::owner_read | perms::others_read);
+    std::filesystem::permissions(file, perms(0444));
     EXPECT_EQ(FaultsForAnybody(file),
               "store: " + closed.string() + "/store cannot be made: this user may not write to " +
                   closed.string() + "; give it the right to, or run the check as the host's user\n" +

@@ -3,8 +3,8 @@
 
 Every long option of "kvhost COMMAND --help" is in the section of that command in kvhost.1 and in the completion, and
 the other way round; kvsink.1 likewise. Every field that the readers of the configuration know is in kvhost.toml.5, in
-the section of its table, and in the tables of docs/kvhost.md, and the other way round. The completion answers as it should, and groff has nothing to
-complain about in the man pages.
+the section of its table, and in the tables of docs/kvhost.md, and the other way round. The completion answers as it
+should, and groff has nothing to complain about in the man pages.
 
 Usage: check_manual.py ROOT KVHOST KVSINK   checks the tree at ROOT with these programs
        check_manual.py --self-check         checks that what is missing is found
