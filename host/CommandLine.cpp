@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "CarrierTestCommand.h"
 #include "Command.h"
 #include "CommandHelp.h"
 #include "ConfigCheckCommand.h"
@@ -77,6 +78,7 @@ void AddCommands(CLI::App& app, Commands& commands) {
     }
     AddCommand(app, std::make_unique<PurgeCommand>(), commands);
     AddCommand(app, std::make_unique<ConfigCheckCommand>(), commands);
+    AddCommand(app, std::make_unique<CarrierTestCommand>(), commands);
     AddCommand(app, std::make_unique<FsckCommand>(), commands);
     ArrangeHelp(app);
 }

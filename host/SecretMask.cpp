@@ -1,9 +1,8 @@
 #include "SecretMask.h"
 
-#include <openssl/evp.h>
-
 #include <algorithm>
 
+#include "Base64.h"
 #include "KvCoreHelpers.h"
 
 namespace kvhost {
@@ -25,15 +24,6 @@ std::string Hex(const std::string& data, const char* digits) {
 
 bool IsBase64(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/';
-}
-
-std::string Base64(const std::string& data) {
-    std::string encoded((data.size() + 2) / 3 * 4 + 1, '\0');
-    const int length =
-        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(encoded.data()),
-                        reinterpret_cast<const unsigned char*>(data.data()), static_cast<int>(data.size()));
-    encoded.resize(static_cast<std::size_t>(length));
-    return encoded;
 }
 
 std::string AsInTraffic(std::string text) {

@@ -1,6 +1,7 @@
 #include "FsckCommand.h"
 
 #include "CommandOutput.h"
+#include "PeopleText.h"
 #include "StoreCheck.h"
 #include "StoreJson.h"
 #include "VisibleText.h"
@@ -14,10 +15,10 @@ std::string Text(const StoreCheckResult& result) {
     for (const std::string& fault : result.faults) {
         text += MakeVisible(fault) + "\n";
     }
-    return text + (result.IsSound() ? "sound: " : "NOT SOUND: ") + std::to_string(result.jobs) + " jobs, " +
-           std::to_string(result.attempts) + " attempts, " + std::to_string(result.attachments) +
-           " attachments" +
-           (result.IsSound() ? "" : ", " + std::to_string(result.faults.size()) + " faults") + "\n";
+    const std::string faults = Counted(static_cast<std::int64_t>(result.faults.size()), "fault");
+    return text + (result.IsSound() ? "sound: " : "NOT SOUND, " + faults + ": ") +
+           Counted(result.jobs, "job") + ", " + Counted(result.attempts, "attempt") + ", " +
+           Counted(result.attachments, "attachment") + "\n";
 }
 
 }  // namespace

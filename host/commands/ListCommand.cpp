@@ -13,12 +13,13 @@ namespace {
 constexpr int kMostRows = 100000;
 constexpr std::size_t kReasonWidth = 60;
 
-/// What has kept the job from being delivered, in few words.
+/// Why the job stands where it stands, in few words.
 std::string WhyOf(const StoredJob& job) {
     if (job.state == JobState::Delivered) {
         return "";
     }
-    return Shorten(job.reason.empty() ? job.decision : job.reason, kReasonWidth);
+    const bool wasStopped = job.state == JobState::Held || job.state == JobState::Cancelled;
+    return Shorten(wasStopped || job.reason.empty() ? job.decision : job.reason, kReasonWidth);
 }
 
 /// The key from which the next page goes on; nothing when this page is the last.

@@ -50,4 +50,8 @@ std::string SizeText(std::uint64_t bytes) {
     return text.data();
 }
 
+std::string Counted(std::int64_t number, const std::string& what) {
+    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+}
+
 }  // namespace kvhost

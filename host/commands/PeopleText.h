@@ -21,4 +21,7 @@ std::string MomentText(StoreTime time, StoreTime now);
 /// "512 B", "1.5 kB", "12.3 MB", in powers of 1000.
 std::string SizeText(std::uint64_t bytes);
 
+/// "1 job", "2 jobs".
+std::string Counted(std::int64_t number, const std::string& what);
+
 }  // namespace kvhost

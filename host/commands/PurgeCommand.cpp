@@ -6,6 +6,7 @@
 #include "AttachmentStore.h"
 #include "CommandOutput.h"
 #include "Duration.h"
+#include "PeopleText.h"
 #include "Problem.h"
 #include "StoreJson.h"
 
@@ -18,10 +19,6 @@ constexpr int kPortion = 1000;
 
 std::string WhyNotADuration(const std::string& text) {
     return ParseDuration(text) ? "" : std::string("expected ") + kDurationForm;
-}
-
-std::string Counted(int number, const std::string& what) {
-    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
 }
 
 }  // namespace

@@ -15,14 +15,27 @@ constexpr const char* kStandardFile = "/etc/kvhost/kvhost.toml";
 
 void StoreOptions::Register(CLI::App& command) {
     RegisterPlace(command);
-    command.add_flag("--json", m_bJson, "Answer in JSON");
+    AddJson(command);
 }
 
 void StoreOptions::RegisterPlace(CLI::App& command) {
+    AddConfig(command);
+    command.add_option("--store", m_strStore, "Folder of the job store, instead of the configuration's");
+}
+
+void StoreOptions::RegisterConfig(CLI::App& command) {
+    AddConfig(command);
+    AddJson(command);
+}
+
+void StoreOptions::AddConfig(CLI::App& command) {
     command.add_option(
         "--config", m_strConfig,
         std::string("Configuration file (TOML); default: $") + kVariable + ", else " + kStandardFile);
-    command.add_option("--store", m_strStore, "Folder of the job store, instead of the configuration's");
+}
+
+void StoreOptions::AddJson(CLI::App& command) {
+    command.add_flag("--json", m_bJson, "Answer in JSON");
 }
 
 std::string StoreOptions::ConfigFile() const {

@@ -16,6 +16,8 @@ public:
     void Register(CLI::App& command);
     /// Adds --config and --store alone.
     void RegisterPlace(CLI::App& command);
+    /// Adds --config and --json alone, for a command that needs no store.
+    void RegisterConfig(CLI::App& command);
 
     bool IsJson() const { return m_bJson; }
     /// The configuration file: of the option, else of the environment variable KVHOST_CONFIG, else
@@ -31,6 +33,9 @@ public:
     StoreDatabase OpenStore() const;
 
 private:
+    void AddConfig(CLI::App& command);
+    void AddJson(CLI::App& command);
+
     std::string m_strConfig;
     std::string m_strStore;
     bool m_bJson = false;

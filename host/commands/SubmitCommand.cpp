@@ -26,7 +26,7 @@ std::string AbsolutePath(const std::string& path) {
 
 void ReadTime(const char* field, const std::string& text, StoreTime now, std::optional<StoreTime>& time,
               SubmissionDraft& draft) {
-    const std::string wrong = text.empty() ? "" : ReadMoment(text, now, time);
+    const std::string wrong = ReadMoment(text, now, time);
     if (!wrong.empty()) {
         draft.faults.push_back({field, wrong});
     }
@@ -156,8 +156,12 @@ SubmissionDraft SubmitCommand::ReadDraft(const HostConfig& config) const {
     submission.id = Has("--id") ? m_options.id : NewSubmissionId();
     submission.carrier = m_options.carrier;
     submission.isUrgent = m_options.isUrgent;
-    ReadTime("not_before", m_options.notBefore, now, submission.notBefore, draft);
-    ReadTime("deadline", m_options.deadline, now, submission.deadline, draft);
+    if (Has("--not-before")) {
+        ReadTime("not_before", m_options.notBefore, now, submission.notBefore, draft);
+    }
+    if (Has("--deadline")) {
+        ReadTime("deadline", m_options.deadline, now, submission.deadline, draft);
+    }
     CheckSubmission(draft, config, now);
     return draft;
 }

@@ -32,14 +32,6 @@ void AnswerError(httplib::Response& response, int status, const std::string& tex
     Answer(response, status, {{"error", text}, {"faults", json::array()}});
 }
 
-/// What went wrong with the store is told in the log of the server, not to the submitter: it names paths.
-void AnswerNoStore(httplib::Response& response) {
-    response.set_header("Retry-After", kRetrySeconds);
-    AnswerError(
-        response, 503,
-        "the job store cannot be used at the moment; nothing was stored, submit the same again later");
-}
-
 /// Whether a request may be served.
 enum class Admission { Granted, NoToken, NoJobsTaken };
 
@@ -168,8 +160,8 @@ private:
     std::unique_ptr<StoreDatabase> m_pStore;
 };
 
-SubmissionRoutes::SubmissionRoutes(std::string storeFolder, ConfigProvider config)
-    : m_strFolder(std::move(storeFolder)), m_config(std::move(config)) {}
+SubmissionRoutes::SubmissionRoutes(std::string storeFolder, ConfigProvider config, TroubleReport onTrouble)
+    : m_strFolder(std::move(storeFolder)), m_config(std::move(config)), m_onTrouble(std::move(onTrouble)) {}
 
 void SubmissionRoutes::Register(httplib::Server& server) {
     server.Post("/v1/jobs",
@@ -214,18 +206,14 @@ void SubmissionRoutes::Submit(const std::string& body, const HostConfig& config,
     for (const json& object : parsed.submissions) {
         drafts.push_back(ParseSubmission(object, config, SubmissionOrigin::Remote, StoreNow()));
     }
-    try {
+    WithStore(response, [&] {
         const std::vector<SubmissionReceipt> receipts = Take(std::move(drafts), config);
         if (parsed.isList) {
             AnswerReceipts(response, receipts);
         } else {
             Answer(response, StatusOf(receipts.front()), ReceiptBody(receipts.front()));
         }
-    } catch (const StoreError&) {
-        AnswerNoStore(response);
-    } catch (const SQLite::Exception&) {
-        AnswerNoStore(response);
-    }
+    });
 }
 
 std::vector<SubmissionReceipt> SubmissionRoutes::Take(std::vector<SubmissionDraft> drafts,
@@ -243,24 +231,42 @@ void SubmissionRoutes::Get(const httplib::Request& request, httplib::Response& r
         AnswerRefusal(response, admission);
         return;
     }
-    try {
-        Lease lease(*this);
-        const std::vector<JobHistory> found = JobViews(lease.Store()).Show(request.matches[1].str());
-        lease.GiveBack();
-        if (found.empty()) {
-            AnswerError(response, 404, "there is no job and no submission of this id");
-            return;
-        }
-        json jobs = json::array();
-        for (const JobHistory& history : found) {
-            jobs.push_back(JobBody(history.job));
-        }
-        Answer(response, 200, {{"jobs", std::move(jobs)}});
-    } catch (const StoreError&) {
-        AnswerNoStore(response);
-    } catch (const SQLite::Exception&) {
-        AnswerNoStore(response);
+    WithStore(response, [&] { Show(request.matches[1].str(), response); });
+}
+
+void SubmissionRoutes::Show(const std::string& name, httplib::Response& response) {
+    Lease lease(*this);
+    const std::vector<JobHistory> found = JobViews(lease.Store()).Show(name);
+    lease.GiveBack();
+    if (found.empty()) {
+        AnswerError(response, 404, "there is no job and no submission of this id");
+        return;
     }
+    json jobs = json::array();
+    for (const JobHistory& history : found) {
+        jobs.push_back(JobBody(history.job));
+    }
+    Answer(response, 200, {{"jobs", std::move(jobs)}});
+}
+
+void SubmissionRoutes::WithStore(httplib::Response& response, const std::function<void()>& serve) {
+    try {
+        serve();
+    } catch (const StoreError& error) {
+        AnswerNoStore(response, error.what());
+    } catch (const SQLite::Exception& error) {
+        AnswerNoStore(response, error.what());
+    }
+}
+
+void SubmissionRoutes::AnswerNoStore(httplib::Response& response, const std::string& trouble) {
+    if (m_onTrouble) {
+        m_onTrouble("a request over HTTP could not be served: " + trouble);
+    }
+    response.set_header("Retry-After", kRetrySeconds);
+    AnswerError(
+        response, 503,
+        "the job store cannot be used at the moment; nothing was stored, submit the same again later");
 }
 
 }  // namespace kvhost

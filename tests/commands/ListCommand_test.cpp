@@ -115,6 +115,16 @@ TEST_F(ListCommandTest, ControlCharactersSteerNoTerminal) {
     EXPECT_EQ(Json()["jobs"][0]["reason"], "550 \x1b[2J\xc2\x9bgone\nb  delivered");
 }
 
+TEST_F(ListCommandTest, AJobThatWasStoppedTellsByWhom) {
+    SubmitFailed("a", "550 no");
+    kvhost::JobOperations(m_store).Retry("a", Now());
+    EXPECT_EQ(Run("list"), 0);
+    EXPECT_THAT(Output(), EndsWith("  550 no\n"));
+    kvhost::JobOperations(m_store).Cancel("a", Now());
+    EXPECT_EQ(Run("list"), 0);
+    EXPECT_THAT(Output(), EndsWith("  cancelled by an operator\n"));
+}
+
 TEST_F(ListCommandTest, ALongReasonIsCutOff) {
     SubmitFailed("a", std::string(100, 'x'));
     EXPECT_EQ(Run("list"), 0);

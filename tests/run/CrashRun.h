@@ -158,7 +158,7 @@ private:
             if (entry.path().extension() != ".eml") {
                 continue;
             }
-            static const std::string kField = "X-Envelope-To: ";
+            static const std::string kField = "X-Envelope-To: <";
             std::ifstream stream(entry.path());
             for (std::string line; std::getline(stream, line) && line.size() > 1;) {
                 if (line.rfind(kField, 0) == 0) {

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
@@ -59,6 +61,15 @@ protected:
                const std::map<std::string, std::string>& environment = {}) {
         m_host = Spawn(driver, environment);
         ASSERT_TRUE(m_host->WaitForError("kvhost running")) << m_host->Error();
+    }
+    /// The same for a host that logs to `logFile`.
+    void StartLoggingTo(const std::string& logFile) {
+        m_host = Spawn(kRealDriver);
+        ASSERT_TRUE(kvtest::Eventually([&] {
+            std::ifstream stream(logFile);
+            const std::string log((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
+            return log.find("kvhost running") != std::string::npos;
+        }));
     }
     kvhosttest::ChildProcess& Host() { return *m_host; }
     /// Asks the host to stop and answers its exit status.

@@ -89,7 +89,12 @@ protected:
     StoreDatabase m_store{m_folder.path(), StoreDatabase::Access::Create};
     std::mutex m_mutex;
     std::shared_ptr<const HostConfig> m_config;
-    SubmissionRoutes m_routes{m_folder.path(), [this] { return Current(); }};
+    std::vector<std::string> m_vecTroubles;  ///< guarded by m_mutex
+    SubmissionRoutes m_routes{m_folder.path(), [this] { return Current(); },
+                              [this](const std::string& text) {
+                                  const std::lock_guard<std::mutex> lock(m_mutex);
+                                  m_vecTroubles.push_back(text);
+                              }};
     httplib::Server m_server;
     int m_nPort = 0;
     std::thread m_thread;
@@ -333,6 +338,9 @@ TEST_F(SubmissionRoutesTest, AStoreThatCannotBeUsedIsToldWithoutItsPath) {
         EXPECT_THAT(answer.body, HasSubstr("the job store cannot be used at the moment"));
         EXPECT_THAT(answer.body, testing::Not(HasSubstr(m_folder.path())));
     }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    EXPECT_THAT(m_vecTroubles,
+                testing::ElementsAre(HasSubstr(m_folder.path()), HasSubstr("there is no store")));
 }
 
 TEST_F(SubmissionRoutesTest, ManySubmittersAreServedAtTheSameTime) {
