@@ -2,10 +2,10 @@
 """A store with a million queued jobs: how long the host takes to its first hand-over, how much memory it has, and how
 long a look at the list takes.
 
-    million.py --bin build/release/bin [--jobs 1000000] [--seconds 20] [--limit 5] [--keep FOLDER]
+    million.py --bin build/release/bin [--jobs 1000000] [--seconds 20] [--limit 5] [--rate 300] [--memory 256] [--keep FOLDER]
 
-Exit status 1 when the first mail arrives later than --limit seconds after the start, or when the host holds more than
---memory MiB.
+Exit status 1 when the first mail arrives later than --limit seconds after the start, when fewer than --rate jobs a
+second are delivered then, or when the host holds more than --memory MiB.
 """
 
 import argparse
@@ -82,7 +82,10 @@ def run(arguments, folder):
                    arguments.seconds + 60, "the end of the measurement", host.check_alive, 0.1)
         span = time.monotonic() - span
         look(host, "beside the running host")
-        print(f"{(peers.record.mails - at_first) / span:.0f} jobs/s delivered over {span:.0f} s")
+        rate = (peers.record.mails - at_first) / span
+        print(f"{rate:.0f} jobs/s delivered over {span:.1f} s")
+        if rate < arguments.rate:
+            faults.append(f"{rate:.0f} jobs/s, fewer than {arguments.rate:.0f}")
         resident = host.resident_mib()
         print(f"memory of the host at most {resident:.0f} MiB")
         if resident > arguments.memory:
@@ -105,6 +108,7 @@ def main():
     parser.add_argument("--jobs", type=int, default=1000000)
     parser.add_argument("--seconds", type=float, default=20, help="how long it is watched after the first mail")
     parser.add_argument("--limit", type=float, default=5, help="seconds to the first mail")
+    parser.add_argument("--rate", type=float, default=300, help="jobs a second that are to be delivered at least")
     parser.add_argument("--memory", type=float, default=256, help="MiB that the host may hold")
     parser.add_argument("--keep", help="folder for store and log, which is then left there")
     arguments = parser.parse_args()
