@@ -51,8 +51,8 @@ public:
           m_ledger(m_store),
           m_config(ConfigOf(folder)) {
         m_ledger.BeginRun(StoreNow(), [](const std::string&) { return kvhost::DoubtPolicy::Hold; });
-        FillStore();
         FillHour();
+        FillStore();
         Publish();
         m_monitoring.Serve(m_config.http, {});
     }
@@ -63,7 +63,7 @@ public:
     void Step() {
         const std::string id = "alarm-" + std::to_string(++m_nStep);
         Submit({id.c_str(), "pager-south", "duty@example.org", "Alarm"}, StoreNow());
-        End(id, m_nStep % 5 == 0 ? "550 5.2.1 The mailbox of the recipient is disabled" : "");
+        End(id, m_nStep % 20 == 0 ? "550 5.2.1 The mailbox of the recipient is disabled" : "");
         Publish();
     }
 
