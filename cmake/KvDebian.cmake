@@ -75,7 +75,8 @@ install(FILES ${KV_PACKAGING}/kvhost.service DESTINATION /lib/systemd/system COM
 install(FILES ${KV_PACKAGING}/kvhost.toml ${PROJECT_SOURCE_DIR}/examples/jobs.jsonl
   DESTINATION share/doc/kvhost/examples COMPONENT host)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION share/doc/kvhost COMPONENT host
-  FILES_MATCHING PATTERN kvhost.md PATTERN operations.md PATTERN monitoring.md PATTERN store.md)
+  FILES_MATCHING PATTERN kvhost.md PATTERN operations.md PATTERN monitoring.md PATTERN store.md PATTERN retries.md
+  PATTERN submitting.md PATTERN openapi.yaml)
 file(GLOB manuals CONFIGURE_DEPENDS ${KV_PACKAGING}/man/kvhost*.[1-8])
 foreach(manual ${manuals})
   string(REGEX MATCH "[1-8]$" part ${manual})

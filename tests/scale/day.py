@@ -14,6 +14,7 @@ Exit status 0 when every job is confirmed, 1 otherwise.
 import argparse
 import collections
 import json
+import os
 import random
 import shutil
 import sys
@@ -41,7 +42,7 @@ def carriers_by_kind():
     return {kind: [f"{kind}-{number}" for number in range(1, count + 1)] for kind, count, _, _ in KINDS}
 
 
-def configuration(peers, jobs):
+def configuration(peers):
     text = """
 [driver]
 threadpool_size = 16
@@ -229,7 +230,7 @@ def run(arguments, folder):
     names = carriers_by_kind()
     behaviours = {name: behaviour(arguments.seconds) for kind, _, _, behaviour in KINDS for name in names[kind]}
     with SmtpPeers(behaviours) as peers, Kvhost(arguments.bin, folder) as host:
-        host.configure(configuration(peers, arguments.jobs))
+        host.configure(configuration(peers))
         day = Day(host, peers, arguments)
         try:
             day.run()
@@ -258,7 +259,7 @@ def main():
     arguments = parser.parse_args()
     if arguments.keep:
         shutil.rmtree(arguments.keep, ignore_errors=True)
-        shutil.os.makedirs(arguments.keep)
+        os.makedirs(arguments.keep)
         return run(arguments, arguments.keep)
     with tempfile.TemporaryDirectory(prefix="kvhost-day-") as folder:
         return run(arguments, folder)
