@@ -1,6 +1,14 @@
 #include "SignalWatch.h"
 
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
 #include <exception>
+#include <fstream>
+#include <optional>
+#include <string>
 #include <thread>
 
 namespace kvhost {
@@ -10,6 +18,29 @@ namespace {
 /// What the work's thread sends when it is through. No driver has a use for it.
 int DoneSignal() {
     return SIGRTMIN;
+}
+
+/// The signals that the thread has blocked, as the kernel tells them; nothing when it does not.
+std::optional<unsigned long long> BlockedBy(pid_t thread) {
+    std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("SigBlk:", 0) == 0) {
+            return std::strtoull(line.c_str() + 7, nullptr, 16);
+        }
+    }
+    return std::nullopt;
+}
+
+/// Waits, at most a second, until the thread is inside sigwaitinfo: there the kernel takes the signals that it waits for
+/// as not blocked. Until then a signal sent to the process could go to a driver's worker.
+void AwaitWatching(pid_t watcher) {
+    constexpr unsigned long long kStop = 1ULL << (SIGTERM - 1);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    std::optional<unsigned long long> blocked = BlockedBy(watcher);
+    while (blocked && (*blocked & kStop) != 0 && std::chrono::steady_clock::now() < end) {
+        std::this_thread::yield();
+        blocked = BlockedBy(watcher);
+    }
 }
 
 }  // namespace
@@ -44,7 +75,9 @@ void SignalWatch::RunWatched(const std::function<void()>& work, const std::funct
                              const std::function<void()>& onHangUp) {
     std::exception_ptr thrown;
     const pthread_t watcher = ::pthread_self();
+    const auto watcherNumber = static_cast<pid_t>(::syscall(SYS_gettid));
     std::thread worker([&] {
+        AwaitWatching(watcherNumber);
         try {
             work();
         } catch (...) {

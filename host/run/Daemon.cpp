@@ -39,7 +39,9 @@ Daemon::Daemon(ConfigSource source, std::shared_ptr<const HostConfig> config, co
       m_attachments(m_pConfig->store, m_pConfig->limits.attachmentBytes),
       m_mail(m_pConfig->store, m_attachments),
       m_ledger(m_store),
-      m_routes(m_pConfig->store, [this] { return m_config.Get(); }),
+      m_routes(
+          m_pConfig->store, [this] { return m_config.Get(); },
+          [this](const std::string& trouble) { m_log.Warn(trouble); }),
       m_monitoring(*m_pConfig, {m_status, m_connections, m_pSecrets, m_log}),
       m_library(m_pConfig->driver),
       m_driver({m_library,

@@ -15,6 +15,7 @@ namespace kvhost {
 namespace {
 
 constexpr const char* kName = "doorbell";
+constexpr mode_t kMode = 0660;
 
 std::string PathIn(const std::filesystem::path& folder) {
     return (folder / kName).string();
@@ -30,7 +31,10 @@ std::string PathIn(const std::filesystem::path& folder) {
 // Opened for writing too, so that the reader never sees an end when the last ringer has gone.
 Doorbell::Doorbell(const std::filesystem::path& folder) {
     const std::string path = PathIn(folder);
-    if (::mkfifo(path.c_str(), 0660) != 0 && errno != EEXIST) {
+    if (::mkfifo(path.c_str(), kMode) == 0) {
+        // Whatever the mask of the process: the group of the store may ring.
+        ::chmod(path.c_str(), kMode);
+    } else if (errno != EEXIST) {
         Fail(path, errno);
     }
     m_fd = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW);
@@ -57,10 +61,11 @@ bool Doorbell::Answer() {
     return hasRung;
 }
 
-// Nobody listening, or a pipe that is full of rings: both need nothing more.
+// Opened for reading too: a listener that dies between the open and the write would otherwise end the ringer with SIGPIPE.
+// What nobody hears is gone with the descriptor; a pipe that is full of rings needs no more.
 void Doorbell::Ring(const std::filesystem::path& folder) noexcept {
     try {
-        const int fd = ::open(PathIn(folder).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW);
+        const int fd = ::open(PathIn(folder).c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW);
         if (fd < 0) {
             return;
         }

@@ -5,7 +5,10 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <fstream>
 #include <stdexcept>
+#include <string>
 
 #include "Eventually.h"
 
@@ -59,6 +62,25 @@ TEST(SignalWatchTest, TheWorkHasTheSignalsBlocked) {
             EXPECT_TRUE(IsBlocked(SIGINT));
         },
         [] {});
+}
+
+/// Whether the kernel gives the main thread a SIGTERM of the process: it waits for one, or has it open.
+bool IsMainThreadOpen() {
+    std::ifstream status("/proc/self/task/" + std::to_string(::getpid()) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("SigBlk:", 0) == 0) {
+            return (std::strtoull(line.c_str() + 7, nullptr, 16) >> (SIGTERM - 1) & 1U) == 0;
+        }
+    }
+    return false;
+}
+
+TEST(SignalWatchTest, TheWorkBeginsWhenTheSignalsAreWaitedFor) {
+    SignalWatch watch;
+    EXPECT_FALSE(IsMainThreadOpen());
+    bool isOpen = false;
+    watch.RunWatched([&isOpen] { isOpen = IsMainThreadOpen(); }, [] {});
+    EXPECT_TRUE(isOpen);
 }
 
 TEST(SignalWatchTest, ASignalThatTheProcessIgnoresIsNotTold) {

@@ -71,6 +71,23 @@ TEST_F(DoorbellTest, MoreRingsThanThePipeHoldsDoNotWait) {
     EXPECT_TRUE(bell.Answer());
 }
 
+TEST_F(DoorbellTest, ARingerSurvivesListenersThatComeAndGo) {
+    { const Doorbell first(m_folder.path()); }
+    const pid_t child = ::fork();
+    if (child == 0) {
+        while (true) {
+            Doorbell::Ring(m_folder.path());
+        }
+    }
+    int status = 0;
+    for (int i = 0; i < 20000 && ::waitpid(child, &status, WNOHANG) == 0; ++i) {
+        const Doorbell bell(m_folder.path());
+    }
+    EXPECT_EQ(::kill(child, SIGKILL), 0) << "the ringer ended by itself";
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+}
+
 TEST_F(DoorbellTest, AFileInItsPlaceIsRefusedAndLeftAlone) {
     std::ofstream(m_folder.file("doorbell")) << "mine";
     try {
