@@ -39,9 +39,8 @@ Daemon::Daemon(ConfigSource source, std::shared_ptr<const HostConfig> config, co
       m_attachments(m_pConfig->store, m_pConfig->limits.attachmentBytes),
       m_mail(m_pConfig->store, m_attachments),
       m_ledger(m_store),
-      m_display({m_config, m_status, m_connections, m_pSecrets,
-                 [this](const std::string& text) { m_log.Warn(text); }}),
-      m_observers(m_pSecrets, m_display.Observers(), [this](const std::string& text) { m_log.Warn(text); }),
+      m_routes(m_pConfig->store, [this] { return m_config.Get(); }),
+      m_monitoring(*m_pConfig, {m_status, m_connections, m_pSecrets, m_log}),
       m_library(m_pConfig->driver),
       m_driver({m_library,
                 {m_log, m_reports, m_returned},
@@ -49,15 +48,13 @@ Daemon::Daemon(ConfigSource source, std::shared_ptr<const HostConfig> config, co
                 m_pConfig->driverSettings,
                 m_pConfig->run.tick,
                 [this] { m_wakeUp.Wake(); }}),
-      m_runner({m_ledger, m_driver, m_returned, m_mail, m_doorbell, m_wakeUp, m_log, m_observers, *m_pSecrets,
-                m_status, notifier, [this](const HostConfig& old) { return Reload(old); }},
+      m_runner({m_ledger, m_driver, m_returned, m_mail, m_doorbell, m_wakeUp, m_log, m_monitoring.Observer(),
+                *m_pSecrets, m_status, notifier, [this](const HostConfig& old) { return Reload(old); }},
                m_pConfig, m_timeStarted) {}
 
 Runner::End Daemon::Run() {
     TellProblems(*m_pConfig);
-    if (const int port = m_display.Listen(); port != 0) {
-        m_log.Warn("listening on http://" + m_pConfig->http.address + ":" + std::to_string(port));
-    }
+    Serve();
     BeginRun();
     m_pHousekeeper = std::make_unique<Housekeeper>(m_pConfig->store, m_pConfig, m_log);
     const Runner::End end = m_runner.Run();
@@ -68,6 +65,14 @@ Runner::End Daemon::Run() {
     }
     m_log.Flush();
     return end;
+}
+
+void Daemon::Serve() {
+    WebServer::MoreRoutes moreRoutes;
+    if (m_pConfig->http.takesJobs) {
+        moreRoutes = [this](httplib::Server& server) { m_routes.Register(server); };
+    }
+    m_monitoring.Serve(m_pConfig->http, moreRoutes);
 }
 
 // A writer who keeps the store for long must not make the daemon look dead; it tries again.

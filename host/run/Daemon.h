@@ -7,7 +7,6 @@
 #include "AttachmentStore.h"
 #include "ConnectionCounter.h"
 #include "CurrentConfig.h"
-#include "DaemonDisplay.h"
 #include "Doorbell.h"
 #include "DriverLibrary.h"
 #include "DriverLoop.h"
@@ -16,7 +15,7 @@
 #include "JobLedger.h"
 #include "KvMessageFileQueue.h"
 #include "LogSink.h"
-#include "ObserverList.h"
+#include "Monitoring.h"
 #include "OutgoingMail.h"
 #include "ReportWriter.h"
 #include "RunStatus.h"
@@ -25,6 +24,7 @@
 #include "ServiceNotifier.h"
 #include "StoreDatabase.h"
 #include "StoreLock.h"
+#include "SubmissionRoutes.h"
 
 namespace kvhost {
 
@@ -55,6 +55,7 @@ public:
 private:
     Daemon(ConfigSource source, std::shared_ptr<const HostConfig> config, const ServiceNotifier& notifier);
 
+    void Serve();
     void BeginRun();
     void EndRun();
     std::shared_ptr<const HostConfig> Reload(const HostConfig& old);
@@ -77,8 +78,8 @@ private:
     OutgoingMail m_mail;
     JobLedger m_ledger;
     RunStatus m_status;
-    DaemonDisplay m_display;
-    ObserverList m_observers;
+    SubmissionRoutes m_routes;
+    Monitoring m_monitoring;
     WakeUp m_wakeUp;
     DriverLibrary m_library;
     DriverLoop m_driver;

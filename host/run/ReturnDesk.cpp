@@ -76,7 +76,9 @@ void ReturnDesk::Conclude(const JobFile& file, const Verdict& verdict, StoreTime
     const StoredJob& job = file.Job();
     const RetryPolicy& policy = PolicyOf(job.carrier);
     const FailureSign sign = verdict.isDelivered ? FailureSign() : JudgeFailure(verdict.reason, policy);
-    if (m_bCleaningUp && !verdict.isDelivered && sign.failure == FailureClass::Unclear) {
+    const bool hasServerSpoken =
+        sign.failure == FailureClass::Passing || sign.failure == FailureClass::Lasting;
+    if (m_bCleaningUp && !verdict.isDelivered && !hasServerSpoken) {
         m_state.log.Warn("job " + job.id + " is in doubt: the clean-up handed it back: " + verdict.reason);
         return;
     }

@@ -17,8 +17,6 @@ constexpr Milliseconds kHeartbeat{500};
 constexpr Milliseconds kMoment{1};
 /// Jobs whose deadline has passed are failed so many at a time.
 constexpr int kExpiredAtOnce = 500;
-/// A single call of the driver that lasts longer than this is taken for the end of it.
-constexpr std::chrono::minutes kLongestCall{15};
 /// How long outcomes that cannot be written keep a stop from ending.
 constexpr std::chrono::seconds kLastWrites{10};
 
@@ -29,10 +27,12 @@ Runner::Runner(const Parts& parts, std::shared_ptr<const HostConfig> config, Sto
       m_state({parts.ledger, parts.driver, parts.wakeUp, parts.log, parts.observer, parts.secrets},
               std::move(config)),
       m_returns(m_state, parts.returned),
-      m_handOver(m_state, parts.mail, [this] {
-          m_returns.NoteComing();
-          m_parts.wakeUp.Wake();
-      }) {
+      m_handOver(m_state, parts.mail,
+                 [this] {
+                     m_returns.NoteComing();
+                     m_parts.wakeUp.Wake();
+                 }),
+      m_watchdog(parts.notifier.WatchdogInterval()) {
     m_snapshot.started = started;
     Publish();
 }
@@ -145,10 +145,7 @@ void Runner::TellManager(const DriverLoop::View& view, Clock::time_point now) {
         m_parts.notifier.Ready("running");
         m_parts.log.Tell("running");
     }
-    const bool isDriverAlive = !view.inCallSince || now - *view.inCallSince < kLongestCall;
-    const auto interval = m_parts.notifier.WatchdogInterval();
-    if (interval && isDriverAlive && now - m_timeToldAlive >= *interval) {
-        m_timeToldAlive = now;
+    if (m_watchdog.IsToBeTold(view.inCallSince, now)) {
         m_parts.notifier.StillAlive();
     }
 }

@@ -16,6 +16,7 @@
 #include "RunStatus.h"
 #include "ServiceNotifier.h"
 #include "StoreTrouble.h"
+#include "Watchdog.h"
 
 namespace kvhost {
 
@@ -85,8 +86,8 @@ private:
     StoreTrouble m_trouble;
     RunSnapshot m_snapshot;
     std::optional<StoreTime> m_timeNextDeadline;
-    Clock::time_point m_timeRound;      ///< when the last round began
-    Clock::time_point m_timeToldAlive;  ///< when the service manager was last told
+    Clock::time_point m_timeRound;  ///< when the last round began
+    Watchdog m_watchdog;
     bool m_bReadyTold = false;
 
     std::atomic<int> m_nStopRequests{0};

@@ -26,7 +26,7 @@ SliceLimits SliceLimitsOf(const HostConfig& config);
 
 /// A carrier that has jobs due. Immutable value.
 struct CarrierDemand {
-    std::string carrier;
+    std::string carrier = {};
     bool isUrgent = false;      ///< one of them is urgent
     bool isForOneOnly = false;  ///< the carrier is to be tried with a single job
 };

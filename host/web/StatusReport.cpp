@@ -23,7 +23,7 @@ std::string ConditionOf(const CarrierLine& line, StoreTime now) {
     }
     const Milliseconds wait = line.status.nextProbe - now;
     const std::string probe = wait > Milliseconds(0) ? "in " + DurationText(wait) : "now";
-    return "in trouble: " + line.status.trouble + "; next probe " + probe;
+    return "in trouble, next probe " + probe + ": " + line.status.trouble;
 }
 
 /// The carriers of the configuration, and those that only the store still knows.

@@ -23,9 +23,8 @@ TEST_F(FsckCommandTest, EveryFaultIsToldWithStatusOne) {
     Submit(Mail("a"));
     m_store.Connection().exec("UPDATE job SET state = 1");
     EXPECT_EQ(Run("fsck"), 1);
-    EXPECT_THAT(Output(),
-                ContainsRegex("^job a [^\n]*\n(.|\n)*NOT SOUND, [0-9]* faults?: 1 job, 0 attempts, "
-                              "0 attachments\n$"));
+    EXPECT_THAT(Output(), ContainsRegex("^job a [^\n]*\n(.|\n)*NOT SOUND, [0-9]* faults?: 1 job, 0 attempts, "
+                                        "0 attachments\n$"));
     EXPECT_EQ(Run("fsck", {"--json"}), 1);
     EXPECT_EQ(Json()["sound"], false);
     EXPECT_FALSE(Json()["faults"].empty());

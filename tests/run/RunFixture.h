@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "AttachmentStore.h"
 #include "Doorbell.h"
 #include "Eventually.h"
 #include "JobIntake.h"

@@ -116,7 +116,7 @@ protected:
     /// The port that the log tells.
     int HttpPort() const {
         const std::string log = ReadFile(m_dir.file("logs/kvhost.log"));
-        const std::string mark = "listening on http://127.0.0.1:";
+        const std::string mark = "listening for HTTP at 127.0.0.1:";
         const std::size_t at = log.find(mark);
         return at == std::string::npos ? 0 : std::atoi(log.c_str() + at + mark.size());
     }

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Checks that the man pages and the completion of bash tell what the programs do.
+"""Checks that the man pages, the completion of bash and docs/kvhost.md tell what the programs do.
 
 Every long option of "kvhost COMMAND --help" is in the section of that command in kvhost.1 and in the completion, and
 the other way round; kvsink.1 likewise. Every field that the readers of the configuration know is in kvhost.toml.5, in
-the section of its table, and the other way round. The completion answers as it should, and groff has nothing to
-complain about in the man pages.
+the section of its table, and in the tables of docs/kvhost.md, and the other way round. The completion answers as it
+should, and groff has nothing to complain about in the man pages.
 
 Usage: check_manual.py ROOT KVHOST KVSINK   checks the tree at ROOT with these programs
        check_manual.py --self-check         checks that what is missing is found
@@ -120,9 +120,11 @@ def compare_completion(by_command, completion):
     yield from differences("commands", top, "--help", set(ask("_kvhost_commands")), "the completion")
     for group in sorted(groups):
         told = {name.split()[1] for name in by_command if name.startswith(group + " ")}
-        yield from differences(group, told, "--help", set(ask("_kvhost_subcommands", group)), "the completion")
+        offered = set(ask("_kvhost_subcommands", group))
+        yield from differences(group, told, "--help", offered, "the completion")
     for name, options in sorted(by_command.items()):
-        yield from differences(name or "kvhost", options, "--help", set(ask("_kvhost_options", name)), "the completion")
+        offered = set(ask("_kvhost_options", name))
+        yield from differences(name or "kvhost", options, "--help", offered, "the completion")
 
 
 def completions(completion, *words):
@@ -165,19 +167,37 @@ def fields_of_reader(text):
         yield function, set(re.split(r",\s*|\s+or\s+", names.strip()))
 
 
+def tables_of_readers(readers):
+    """The fields by their table. A function whose table is not known is its own."""
+    return {
+        TABLE_OF_READER.get(function, function): fields
+        for text in readers
+        for function, fields in fields_of_reader(text)
+    }
+
+
 def compare_fields(readers, page):
-    sections = sections_of_man_page(page)
-    tables = {}
-    for text in readers:
-        for function, fields in fields_of_reader(text):
-            if function not in TABLE_OF_READER:
-                yield f"{function}: it is not known which table it reads; add it to TABLE_OF_READER"
-            else:
-                tables[TABLE_OF_READER[function]] = fields
-    for table in sorted(set(TABLE_OF_READER.values()) - set(tables)):
-        yield f"{table}: no reader of it was found"
+    sections, tables = sections_of_man_page(page), tables_of_readers(readers)
+    for table in sorted(set(TABLE_OF_READER.values()) ^ set(tables)):
+        yield f"{table}: a reader and its table belong into TABLE_OF_READER; one of the two was not found"
     for table, fields in sorted(tables.items()):
-        yield from differences(table, fields, "its reader", fields_in_tags(sections.get(table, [])), "kvhost.toml.5")
+        told = fields_in_tags(sections.get(table, []))
+        yield from differences(table, fields, "its reader", told, "kvhost.toml.5")
+
+
+def compare_document(readers, text):
+    """The fields in the tables of docs/kvhost.md are those of the readers: "run.tick", and "server" of a carrier."""
+    text = text[text.index("## Configuration"):text.index("## `kvhost send`")]
+    told = {field for row in re.findall(r"^\|([^|]*)\|", text, re.M) for field in re.findall(r"`([a-z_.]+)`", row)}
+    known = set()
+    for table, fields in tables_of_readers(readers).items():
+        if table.startswith("[carrier"):
+            known |= fields - {"name"}
+        elif table == "Top level":
+            known.add("store")
+        else:
+            known |= {f"{table.strip('[]')}.{field}" for field in fields}
+    yield from differences("configuration", known, "the readers", told, "docs/kvhost.md")
 
 
 def complaints_about(page):
@@ -198,18 +218,22 @@ def check(root, host, sink):
     yield from compare_completion(by_command, completion)
     yield from try_completion(completion)
     sink_page = sections_of_man_page((manual / "kvsink.1").read_text(encoding="utf-8"))
-    yield from differences("kvsink", help_by_command(sink)[""], "--help", options_in_tags(sink_page["OPTIONS"]), "kvsink.1")
+    sink_options = options_in_tags(sink_page["OPTIONS"])
+    yield from differences("kvsink", help_by_command(sink)[""], "--help", sink_options, "kvsink.1")
     readers = [(root / "host" / name).read_text(encoding="utf-8") for name in READERS]
     yield from compare_fields(readers, (manual / "kvhost.toml.5").read_text(encoding="utf-8"))
+    yield from compare_document(readers, (root / "docs" / "kvhost.md").read_text(encoding="utf-8"))
     for page in sorted(manual.iterdir()):
         yield from complaints_about(page)
 
 
 def self_check():
-    text = "Usage: x\nOptions:\n  -h,--help     Help\n  --new INT=--no  Not --this\n  --to,them  x\nActing:\n  stop      --that\n"
+    text = ("Usage: x\nOptions:\n  -h,--help     Help\n  --new INT=--no  Not --this\n  --to,them  x\n"
+            "Acting:\n  stop      --that\n")
     assert options_in_help(text) == {"--help", "--new", "--to"}, options_in_help(text)
     assert commands_in_help(text) == ["stop"], commands_in_help(text)
-    page = '.SH COMMON OPTIONS\n.TP\n.BR \\-h ", " \\-\\-help\nx\n.SH COMMANDS\n.SS list\n.TP\n.BI \\-\\-old\\-one " N"\n\\-\\-text\n'
+    page = ('.SH COMMON OPTIONS\n.TP\n.BR \\-h ", " \\-\\-help\nx\n.SH COMMANDS\n'
+            '.SS list\n.TP\n.BI \\-\\-old\\-one " N"\n\\-\\-text\n')
     assert options_in_tags(sections_of_man_page(page)["list"]) == {"--old-one"}
     found = list(compare_host_page({"": {"--help"}, "list": {"--help", "--new"}, "top": set()}, page))
     assert found == [
@@ -220,9 +244,18 @@ def self_check():
     reader = ('constexpr const char* kNames =\n    "a, "\n    "b or c";\n'
               'Carrier ReadCarrierFields(ConfigTable& fields) {\n    fields.RefuseOthers(kNames);\n}\n'
               'void ReadRunFields(ConfigTable& fields) {\n    fields.RefuseOthers("tick, "\n        "keep or d");\n}\n')
-    assert dict(fields_of_reader(reader)) == {"ReadCarrierFields": {"a", "b", "c"}, "ReadRunFields": {"tick", "keep", "d"}}
+    assert dict(fields_of_reader(reader)) == {
+        "ReadCarrierFields": {"a", "b", "c"},
+        "ReadRunFields": {"tick", "keep", "d"},
+    }
     page = ".SS [run]\n.TP\n.B tick\n.TP\n.BR keep \", \" lost\n"
     found = [line for line in compare_fields([reader], page) if line.startswith("[run]")]
+    document = "## Configuration\n| `run.tick`, `run.keep` | x |\n| `a`, `b` | `c` |\n| `z` |\n## `kvhost send`\n"
+    assert list(compare_document([reader], document)) == [
+        "configuration: c is in the readers and not in docs/kvhost.md",
+        "configuration: run.d is in the readers and not in docs/kvhost.md",
+        "configuration: z is in docs/kvhost.md and not in the readers",
+    ], list(compare_document([reader], document))
     assert found == [
         "[run]: d is in its reader and not in kvhost.toml.5",
         "[run]: lost is in kvhost.toml.5 and not in its reader",

@@ -71,9 +71,9 @@ TEST_F(StatusTest, ACarrierInTroubleIsShownWithItsCauseAndItsNextProbe) {
     const json carrier = Json()["carriers"][1];
     EXPECT_EQ(carrier["in_trouble"], true);
     EXPECT_EQ(carrier["trouble"], "connection refused");
-    EXPECT_EQ(carrier["condition"], "in trouble: connection refused; next probe now");
+    EXPECT_EQ(carrier["condition"], "in trouble, next probe now: connection refused");
     EXPECT_THAT(Page(),
-                HasSubstr("<td class=\"text bad\">in trouble: connection refused; next probe now</td>"));
+                HasSubstr("<td class=\"text bad\">in trouble, next probe now: connection refused</td>"));
     SetTrouble("connection refused", std::chrono::minutes(10) + std::chrono::seconds(30));
     EXPECT_THAT(Json()["carriers"][1]["condition"], HasSubstr("next probe in 10 min"));
 }
