@@ -76,7 +76,7 @@ std::optional<std::string> WhyNotAMessageText(std::string_view text) {
 
 std::optional<std::string> WhyNotAnAttachmentName(std::string_view name) {
     if (name.empty() || name == "." || name == "..") {
-        return "expected a file name, found \"" + std::string(name) + "\"";
+        return "expected a file name";
     }
     if (name.size() > kMaxFileName) {
         return "expected a file name of at most 255 bytes, found " + std::to_string(name.size());

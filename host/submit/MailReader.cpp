@@ -56,13 +56,27 @@ std::string DefaultName(const std::string& type, std::size_t number) {
     return "part-" + std::to_string(number) + (found == kNames.end() ? ".bin" : std::string(found->second));
 }
 
-/// The last part of a path, with what no file name of ours may have replaced.
-std::string SafeName(std::string name) {
-    name.erase(0, name.find_last_of("/\\") + 1);
-    std::replace_if(
-        name.begin(), name.end(),
-        [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F || c == '"'; }, '_');
-    return name == "." || name == ".." ? "" : name;
+/// What a name of ours may have as it is: the rest would reach some mail programs as something else.
+bool IsPlain(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte >= 0x20 && byte < 0x7F && c != '"';
+}
+
+/// The last part of a path, with "_" for each character that no name of ours may have, and for the "=" of "=?".
+std::string SafeName(const std::string& name) {
+    std::string safe;
+    for (const char c : name.substr(name.find_last_of("/\\") + 1)) {
+        const bool isContinuation = (static_cast<unsigned char>(c) & 0xC0U) == 0x80;
+        if (c == '?' && !safe.empty() && safe.back() == '=') {
+            safe.back() = '_';
+        }
+        if (!isContinuation) {
+            safe += IsPlain(c) ? c : '_';
+        }
+    }
+    safe.erase(0, safe.find_first_not_of(' '));
+    safe.erase(safe.find_last_not_of(' ') + 1);
+    return safe == "." || safe == ".." ? "" : safe;
 }
 
 std::string Parameter(const MailValue& value, const std::string& name) {

@@ -16,8 +16,6 @@ namespace {
 constexpr std::size_t kMostIdBytes = 200;
 constexpr std::size_t kMostSubjectBytes =
     900;  // with "Subject: " and the line end below the 998 of RFC 5322 2.1.1
-constexpr std::size_t kMostNameBytes =
-    200;  // a file name has 255 at most, and a copy may be given a longer one
 constexpr std::size_t kMostShownBytes = 80;
 
 bool HasControl(std::string_view text) {
@@ -55,20 +53,8 @@ std::string WhyNotAnId(const std::string& id) {
 }
 
 std::string WhyNotAFileName(const std::string& name) {
-    if (name.empty() || name == "." || name == "..") {
-        return "expected a file name, found " + Shown(name) + "; give one in the field name";
-    }
-    if (name.size() > kMostNameBytes) {
-        return "expected a file name of at most " + Number(kMostNameBytes) + " bytes, found " +
-               Number(name.size()) + "; give a shorter one in the field name";
-    }
-    if (HasControl(name) || !IsUtf8(name) || name.find_first_of("/\\\"") != std::string::npos) {
-        return "expected a file name of UTF-8 text without slashes, backslashes, quotes and control "
-               "characters, "
-               "found " +
-               Shown(name) + "; give another one in the field name";
-    }
-    return {};
+    const auto wrong = WhyNotAnAttachmentName(name);
+    return wrong ? *wrong + ": " + Shown(name) + "; give another one in the field name" : std::string();
 }
 
 /// The checks of one draft.

@@ -277,7 +277,8 @@ TEST_F(SubmissionParserTest, AGivenContentHasItsLimit) {
 }
 
 TEST_F(SubmissionParserTest, AnAttachmentsNameIsAFileName) {
-    for (const char* name : {"a/b", "a\\b", "a\"b", "a\nb", "..", "a\xff"}) {
+    for (const char* name :
+         {"a/b", "a\\b", "a\"b", "a\nb", "..", "a\xff", "Gr\u00f6\u00dfe.txt", "=?a", " a"}) {
         EXPECT_THAT(FaultsWith("attachments", {{{"name", name}, {"content_base64", ""}}}),
                     ElementsAre(HasSubstr("attachments[1]: expected a file name")))
             << name;
@@ -287,10 +288,11 @@ TEST_F(SubmissionParserTest, AnAttachmentsNameIsAFileName) {
     }
     EXPECT_THAT(FaultsWith("attachments", {"folder/a\"b"}), ElementsAre(HasSubstr("expected a file name")));
     EXPECT_THAT(FaultsWith("attachments", {"folder/"}), ElementsAre(HasSubstr("expected a file name")));
-    EXPECT_THAT(FaultsWith("attachments", {{{"name", std::string(201, 'n')}, {"content_base64", ""}}}),
-                ElementsAre(HasSubstr("expected a file name of at most 200 bytes, found 201")));
+    EXPECT_THAT(FaultsWith("attachments", {{{"name", std::string(256, 'n')}, {"content_base64", ""}}}),
+                ElementsAre(HasSubstr("expected a file name of at most 255 bytes, found 256")));
     EXPECT_THAT(FaultsWith("attachments", {{{"name", ""}, {"content_base64", ""}}}),
-                ElementsAre(HasSubstr("attachments[1]: expected a file name, found \"\"")));
+                ElementsAre(HasSubstr(
+                    "attachments[1]: expected a file name: \"\"; give another one in the field name")));
 }
 
 TEST_F(SubmissionParserTest, AnAttachmentIsAPathOrAContent) {
