@@ -36,5 +36,10 @@ fi
 for package in .apt/packages/*.deb; do
     dpkg -x "$package" .
 done
+# Some packages still say /lib, which is /usr/lib on an installed system.
+if [ -d lib ]; then
+    cp -a lib/. usr/lib/
+    rm -rf lib
+fi
 rm -rf .apt/packages .apt/cache
 printf '%s\n' "$WANTED" >.complete
