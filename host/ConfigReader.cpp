@@ -41,9 +41,9 @@ void ReadDriverSettings(ConfigTable& fields, HostConfig& config) {
             config.driverSettings[std::string("smart_driver.") + name] = std::to_string(*value);
         }
     }
-    config.driver = fields.Text("library").value_or(config.driver);
+    config.driver = fields.Text("plugin").value_or(config.driver);
     fields.RefuseOthers(
-        "library, threadpool_size, diff_carrier_connection_count, same_carrier_connection_count or "
+        "plugin, threadpool_size, diff_carrier_connection_count, same_carrier_connection_count or "
         "max_pins_per_transaction");
 }
 

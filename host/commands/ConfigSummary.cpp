@@ -172,7 +172,7 @@ ordered_json SummaryJson(const ConfigFindings& findings) {
     if (!findings.isRead) {
         return document;
     }
-    document["driver"] = {{"library", config.driver}, {"settings", config.driverSettings}};
+    document["driver"] = {{"plugin", config.driver}, {"settings", config.driverSettings}};
     document["store"] = TextOrNull(config.store);
     document["log"] = LogJson(config);
     document["delivery_log"] = DeliveryLogJson(config.deliveryLog);

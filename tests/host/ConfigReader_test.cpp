@@ -88,7 +88,7 @@ TEST_F(ConfigReaderTest, ADriverSettingOfAnotherTypeIsRefused) {
 
 TEST_F(ConfigReaderTest, AnUnknownDriverSettingIsRefused) {
     EXPECT_EQ(FaultOf("[driver]\nthreads = 4\n"),
-              "kvhost.toml:2: driver.threads: unknown field, expected library, threadpool_size, "
+              "kvhost.toml:2: driver.threads: unknown field, expected plugin, threadpool_size, "
               "diff_carrier_connection_count, same_carrier_connection_count or max_pins_per_transaction");
 }
 

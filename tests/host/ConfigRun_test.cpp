@@ -47,7 +47,7 @@ TEST_F(ConfigRunTest, TheStoreIsSeenFromTheFolderOfTheFile) {
 }
 
 TEST_F(ConfigRunTest, TheDriverLibraryCanBeNamed) {
-    EXPECT_EQ(Read("[driver]\nlibrary = \"libother.so\"").driver, "libother.so");
+    EXPECT_EQ(Read("[driver]\nplugin = \"libother.so\"").driver, "libother.so");
 }
 
 TEST_F(ConfigRunTest, TheRunSettingsAreRead) {
