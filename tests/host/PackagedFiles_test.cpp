@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <sstream>
 
 #include "ChildProcess.h"
@@ -46,12 +45,27 @@ HostConfig Packaged() {
     return ReadConfig(kPackaging + "kvhost.toml");
 }
 
+/// True for a field or the head of a table that is commented out.
+bool IsCommentedOut(const std::string& line) {
+    const std::size_t name = line.find_first_not_of("abcdefghijklmnopqrstuvwxyz_", 1);
+    const bool isField = name != std::string::npos && name > 1 && line.compare(name, 3, " = ") == 0;
+    return !line.empty() && line.front() == '#' && (line.compare(1, 1, "[") == 0 || isField);
+}
+
+std::string Replaced(std::string text, const std::string& old, const std::string& fresh) {
+    const std::size_t at = text.find(old);
+    return at == std::string::npos ? text : text.replace(at, old.size(), fresh);
+}
+
 /// The packaged configuration with every field that is commented out put in, beside the files that it names.
 HostConfig PackagedInFull(const kvtest::TempDir& folder) {
-    std::string text =
-        std::regex_replace(ContentOf(kPackaging + "kvhost.toml"), std::regex("\n#(?=\\[|[a-z_]+ = )"), "\n");
-    text = std::regex_replace(text, std::regex("/etc/ssl/certs/ca-certificates.crt"),
-                              folder.write("ca.pem", "certificates"));
+    const std::string certificates = folder.write("ca.pem", "certificates");
+    std::istringstream lines(ContentOf(kPackaging + "kvhost.toml"));
+    std::string text;
+    for (std::string line; std::getline(lines, line);) {
+        line = IsCommentedOut(line) ? line.substr(1) : line;
+        text += Replaced(line, "/etc/ssl/certs/ca-certificates.crt", certificates) + "\n";
+    }
     std::filesystem::create_directory(folder.path() + "/secrets");
     folder.write("secrets/relay", "correct-horse\n");
     folder.write("secrets/http-token", "0123456789abcdef\n");
