@@ -10,6 +10,7 @@ bool Eventually(const std::function<bool()>& predicate, std::chrono::millisecond
         if (std::chrono::steady_clock::now() >= deadline) {
             return false;
         }
+        // Between two looks: the predicate may be about another process, which wakes nobody here.
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;

@@ -121,6 +121,7 @@ public:
 private:
     void SendUntilDone() {
         while (!m_done) {
+            // The pace of the interruptions: the thread has to get into its next wait between two of them.
             std::this_thread::sleep_for(5ms);
             pthread_kill(m_target, SIGVTALRM);
         }
