@@ -11,6 +11,7 @@
 
 #include "InputChecks.h"
 #include "RetryFields.h"
+#include "SecurityNames.h"
 #include "VisibleText.h"
 
 namespace kvhost {
@@ -79,23 +80,14 @@ std::string ReadServer(ConfigTable& fields) {
 }
 
 SmtpSecurityType ReadSecurity(ConfigTable& fields) {
-    static constexpr std::array<std::pair<std::string_view, SmtpSecurityType>, 4> kNames{
-        {{"on-demand", SMTP_SECURITY_ON_DEMAND},
-         {"clear", SMTP_SECURITY_CLEAR},
-         {"if-available", SMTP_SECURITY_IF_AVAILABLE},
-         {"required", SMTP_SECURITY_REQUIRED}}};
     const auto text = fields.NeededText("security");
-    for (const auto& [name, value] : kNames) {
-        if (text == name) {
-            return value;
-        }
-    }
-    if (text) {
+    const auto security = text ? SecurityNamed(*text) : std::nullopt;
+    if (text && !security) {
         fields.Refuse("security",
                       "expected \"on-demand\", \"clear\", \"if-available\" or \"required\", found \"" +
                           MakeVisible(*text) + "\"");
     }
-    return SMTP_SECURITY_CLEAR;
+    return security.value_or(SMTP_SECURITY_CLEAR);
 }
 
 std::string ReadPasswordFile(ConfigTable& fields, const std::string& path) {

@@ -2,6 +2,7 @@
 
 #include "Duration.h"
 #include "PeopleText.h"
+#include "SecurityNames.h"
 #include "TextTable.h"
 #include "VisibleText.h"
 
@@ -10,19 +11,6 @@ namespace kvhost {
 namespace {
 
 using nlohmann::ordered_json;
-
-const char* SecurityName(SmtpSecurityType security) {
-    switch (security) {
-        case SMTP_SECURITY_ON_DEMAND:
-            return "on-demand";
-        case SMTP_SECURITY_CLEAR:
-            return "clear";
-        case SMTP_SECURITY_IF_AVAILABLE:
-            return "if-available";
-        default:
-            return "required";
-    }
-}
 
 const char* DoubtName(DoubtPolicy policy) {
     switch (policy) {

@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "ProbeError.h"
+#include "SecurityNames.h"
 #include "VisibleText.h"
 
 namespace kvhost {
@@ -17,19 +18,6 @@ namespace kvhost {
 namespace {
 
 constexpr std::size_t kDriversRead = 1000;  // bytes that the driver takes for a reply at most
-
-const char* SecurityName(SmtpSecurityType security) {
-    switch (security) {
-        case SMTP_SECURITY_ON_DEMAND:
-            return "on-demand";
-        case SMTP_SECURITY_CLEAR:
-            return "clear";
-        case SMTP_SECURITY_IF_AVAILABLE:
-            return "if-available";
-        default:
-            return "required";
-    }
-}
 
 bool Has(std::string_view text, std::string_view part) {
     return text.find(part) != std::string_view::npos;

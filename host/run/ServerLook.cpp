@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "CarrierProbe.h"
+#include "OwnedDescriptor.h"
 #include "VisibleText.h"
 
 namespace kvhost {
@@ -38,22 +39,6 @@ ProbeResult Refused(const std::string& text) {
 ProbeResult Silent(const char* what, Milliseconds limit) {
     return {Kind::Silent, std::string(what) + " within " + DurationText(limit)};
 }
-
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : m_fd(fd) {}
-    ~Descriptor() {
-        if (m_fd >= 0) {
-            ::close(m_fd);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Get() const { return m_fd; }
-
-private:
-    const int m_fd;
-};
 
 /// Waits until the socket can do one of `events`. False when the time is up or the look is broken off.
 bool WaitFor(int socket, short events, Milliseconds limit, int breakOff) {
@@ -131,7 +116,7 @@ ProbeResult ProbeServer(const std::string& server, const ProbeLimits& limits, in
     if (!address) {
         return Refused(wrong);
     }
-    const Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    const OwnedDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (socket.Get() < 0) {
         return Refused("no socket: " + ErrorText(errno));
     }

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <system_error>
 
+#include "OwnedDescriptor.h"
 #include "Sha256.h"
 #include "StoreError.h"
 
@@ -26,24 +27,6 @@ constexpr const char* kFolder = "attachments";
 constexpr const char* kContent = "content";
 constexpr std::size_t kPieceSize = 65536;
 constexpr std::chrono::hours kGrace{1};
-
-/// A descriptor that is closed with the object.
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : m_fd(fd) {}
-    ~Descriptor() {
-        if (m_fd >= 0) {
-            ::close(m_fd);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Get() const { return m_fd; }
-    bool IsOpen() const { return m_fd >= 0; }
-
-private:
-    const int m_fd;
-};
 
 [[noreturn]] void Refuse(const std::string& what, const std::string& why) {
     throw AttachmentError(what + ": " + why);
@@ -141,7 +124,7 @@ private:
     }
 
     static void SyncFolder(const fs::path& folder) {
-        const Descriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        const OwnedDescriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (!descriptor.IsOpen() || ::fsync(descriptor.Get()) != 0) {
             Fail(folder.string(), std::string("it cannot be written to disk: ") + std::strerror(errno));
         }
@@ -150,7 +133,7 @@ private:
     const std::string m_strName;
     const std::uint64_t m_nMaxBytes;
     std::string m_strPath;
-    Descriptor m_file;
+    OwnedDescriptor m_file;
     Sha256 m_digest;
     std::uint64_t m_nSize = 0;
     bool m_bKept = false;
@@ -204,11 +187,11 @@ StoredAttachment AttachmentStore::AddFile(const fs::path& folder, const std::str
     const fs::path base = given.is_absolute() ? fs::path("/") : folder;
     const std::string below = given.is_absolute() ? given.relative_path().string() : path;
     CheckName(given.filename().string());
-    const Descriptor from(::open(base.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const OwnedDescriptor from(::open(base.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!from.IsOpen()) {
         Refuse(base.string(), WhyNotOpened(errno));
     }
-    const Descriptor file(OpenBeneath(from.Get(), below.c_str()));
+    const OwnedDescriptor file(OpenBeneath(from.Get(), below.c_str()));
     if (!file.IsOpen()) {
         Refuse(path, WhyNotOpened(errno));
     }

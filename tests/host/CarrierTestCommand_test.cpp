@@ -100,6 +100,8 @@ TEST_F(CarrierTestCommandTest, TheJsonReportOfAFailureHasNothingOfStepsThatWereN
 }
 
 TEST_F(CarrierTestCommandTest, TheTimeOfAStepIsLimited) {
+    // Real time passes here, a tenth of a second: the limit is on the wall clock, and a server that stays silent is
+    // all there is to wait for.
     m_server.on(kvtest::step::Greeting).reply(kvtest::Reply().thenStall());
     EXPECT_EQ(Run({"pager", "--config", m_config, "--timeout", "100ms"}), 1);
     EXPECT_THAT(m_output, HasSubstr("not usable: greeting: no answer within 100 ms\n"));
