@@ -29,13 +29,18 @@ protected:
         }
         const auto answer =
             httplib::Client("127.0.0.1", std::atoi(log.c_str() + at + mark.size())).Get("/metrics");
-        return answer ? answer->body : "no answer";
+        return answer ? std::to_string(answer->status) + "\n" + answer->body
+                      : "no answer: " + httplib::to_string(answer.error());
     }
     /// The figure of a metric with its labels; -1 when there is none.
     double Figure(const std::string& metric) {
         const std::string text = "\n" + Metrics();
         const std::size_t at = text.find("\n" + metric + " ");
-        return at == std::string::npos ? -1 : std::atof(text.c_str() + at + metric.size() + 2);
+        if (at == std::string::npos) {
+            ADD_FAILURE() << metric << " is not in: " << text;
+            return -1;
+        }
+        return std::atof(text.c_str() + at + metric.size() + 2);
     }
 
     /// The driver's connections. Besides them the host looks once whether the server answers, and says no EHLO.
@@ -54,6 +59,7 @@ protected:
 TEST_F(RunFiguresTest, EveryHandOverAndEveryConnectionIsCounted) {
     m_server.on("RCPT").recipient("refused@example.org").reply("550 5.1.1 no such user\r\n");
     Start();
+    ASSERT_TRUE(Host().WaitForError("listening for HTTP")) << Host().Error();
     for (const std::string id :
          {"one", "two", "refused"}) {  // one after another, so that a connection is idle
         Submit({Mail(id, "east")});
@@ -77,7 +83,7 @@ TEST_F(RunFiguresTest, EveryHandOverAndEveryConnectionIsCounted) {
     EXPECT_EQ(Figure("kvhost_attempts_total{carrier=\"east\",outcome=\"delivered\"}"), 2);
     EXPECT_EQ(Figure("kvhost_attempts_total{carrier=\"east\",outcome=\"failed\"}"), 1);
     EXPECT_GE(Figure("kvhost_store_write_seconds_count"), 4);
-    EXPECT_EQ(Stop(), 0);
+    EXPECT_EQ(Stop(), 0) << Host().Error();
 }
 
 }  // namespace
