@@ -252,6 +252,16 @@ int KvioSSLClientSocket::Write(const std::string& text) {
     return WriteTls(text.data(), text.size(), kLineSentText);
 }
 
+int KvioSSLClientSocket::WriteAsTwo(const std::string& text, std::size_t first) {
+    if (!m_bSSLConnected) {
+        return KvioSocket::WriteAsTwo(text, first);
+    }
+    const int written = SendTls(text.data(), text.size());
+    LogSent(text.data(), first, kLineSentText, kSource);
+    LogSent(text.data() + first, text.size() - first, kLineSentText, kSource);
+    return written;
+}
+
 KvioSSLClientSocket& KvioSSLClientSocket::operator<<(std::string text) {
     Write(reinterpret_cast<const unsigned char*>(text.data()), static_cast<unsigned int>(text.size()));
     return *this;
@@ -361,6 +371,12 @@ int KvioSSLClientSocket::ReceiveTls(unsigned char* buffer, unsigned int size, in
 }
 
 int KvioSSLClientSocket::WriteTls(const void* data, std::size_t size, int line) {
+    const int written = SendTls(data, size);
+    LogSent(data, size, line, kSource);
+    return written;
+}
+
+int KvioSSLClientSocket::SendTls(const void* data, std::size_t size) {
     int written = 0;
     do {
         written = CallTls([&] { return SSL_write(m_pSSL, data, static_cast<int>(size)); });
@@ -368,7 +384,6 @@ int KvioSSLClientSocket::WriteTls(const void* data, std::size_t size, int line) 
     if (written <= 0 && size != 0) {
         Fail(m_strRemoteAddress, "SSL Write Error");
     }
-    LogSent(data, size, line, kSource);
     return written;
 }
 

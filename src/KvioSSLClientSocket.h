@@ -55,6 +55,8 @@ public:
     /// In TLS it throws KvioException "SSL Write Error".
     virtual int Write(const unsigned char* data, unsigned int size);
     virtual int Write(const std::string& text);
+    /// As KvioSocket::WriteAsTwo; in TLS it logs both parts after sending.
+    int WriteAsTwo(const std::string& text, std::size_t first);
 
     /// Writes the text.
     virtual KvioSSLClientSocket& operator<<(std::string text);
@@ -116,6 +118,7 @@ private:
     void FreeTls();
     int ReceiveTls(unsigned char* buffer, unsigned int size, int timeoutMs, SocketStatus& status);
     int WriteTls(const void* data, std::size_t size, int line);
+    int SendTls(const void* data, std::size_t size);
     bool AwaitMore(short events, int timeoutMs, SocketStatus& status);
     short AwaitedEvents(int result);
     bool AwaitPeer(short events);

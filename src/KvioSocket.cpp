@@ -217,6 +217,11 @@ std::string KvioSocket::ReadTill(const unsigned char* terminator, int timeoutMs,
 
 int KvioSocket::Write(const unsigned char* data, unsigned int size) {
     LogSent(data, size, kLineSent, kSource);
+    SendAll(data, size);
+    return static_cast<int>(size);
+}
+
+void KvioSocket::SendAll(const unsigned char* data, std::size_t size) {
     m_tLastActive = std::time(nullptr);
     std::size_t sent = 0;
     while (sent < size) {
@@ -227,11 +232,17 @@ int KvioSocket::Write(const unsigned char* data, unsigned int size) {
         }
         sent += static_cast<std::size_t>(result);
     }
-    return static_cast<int>(sent);
 }
 
 int KvioSocket::Write(const std::string& text) {
     return Write(reinterpret_cast<const unsigned char*>(text.data()), static_cast<unsigned int>(text.size()));
+}
+
+int KvioSocket::WriteAsTwo(const std::string& text, std::size_t first) {
+    LogSent(text.data(), first, kLineSent, kSource);
+    SendAll(reinterpret_cast<const unsigned char*>(text.data()), text.size());
+    LogSent(text.data() + first, text.size() - first, kLineSent, kSource);
+    return static_cast<int>(text.size());
 }
 
 int KvioSocket::WriteFormat(const char* format, ...) {

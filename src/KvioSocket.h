@@ -87,6 +87,9 @@ public:
     /// Error".
     int Write(const unsigned char* data, unsigned int size);
     int Write(const std::string& text);
+    /// Writes all of `text` at once, and logs it as two writes: of the first `first` bytes, and of the rest, which is
+    /// logged once it is sent. One segment wakes the peer, not two. As Write otherwise.
+    int WriteAsTwo(const std::string& text, std::size_t first);
 
     /// Formats and writes. The number of bytes written; 0 for a null format; -1 when the format cannot be
     /// formatted, and nothing is written. Throws as Write does.
@@ -136,6 +139,7 @@ protected:
     KvLogInterface* m_pEventLog;  ///< not owned
 
 private:
+    void SendAll(const unsigned char* data, std::size_t size);
     long Receive(void* buffer, std::size_t size);
     long Send(const void* data, std::size_t size);
     bool AwaitPeer(short events);

@@ -1,38 +1,22 @@
 #include <cctype>
 #include <cstdint>
+#include <string_view>
 
+#include "KvBase64Lines.h"
 #include "KvsysCodec.h"
 
 namespace {
 
-constexpr const char* kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-constexpr std::size_t kGroupBytes = 3;
-constexpr std::size_t kGroupsPerLine = 19;
 constexpr int kNoValue = -1;
 
-/// Appends the four characters of the group at `data`, of which `count` bytes (at most 3 are used) are there.
-void AppendGroup(std::string& out, const unsigned char* data, std::size_t count) {
-    const std::uint32_t first = data[0];
-    const std::uint32_t second = count > 1 ? data[1] : 0;
-    const std::uint32_t third = count > 2 ? data[2] : 0;
-    const std::uint32_t value = first << 16 | second << 8 | third;
-    out += kAlphabet[value >> 18];
-    out += kAlphabet[value >> 12 & 63];
-    out += count > 1 ? kAlphabet[value >> 6 & 63] : '=';
-    out += count > 2 ? kAlphabet[value & 63] : '=';
-}
-
-std::string Encode(const unsigned char* data, std::size_t length, bool lineBreaks) {
-    const std::size_t groups = (length + kGroupBytes - 1) / kGroupBytes;
-    const std::size_t lines = (groups + kGroupsPerLine - 1) / kGroupsPerLine;
+/// Base64 of `data`; with `lineBreaks` each line ends with CR LF, the last one too.
+std::string Encode(std::string_view data, bool lineBreaks) {
+    const std::string_view lineEnd = lineBreaks ? "\r\n" : "";
     std::string out;
-    out.reserve(4 * groups + 2 * lines);
-    for (std::size_t group = 0; group < groups; ++group) {
-        AppendGroup(out, data + group * kGroupBytes, length - group * kGroupBytes);
-        const bool endsLine = (group + 1) % kGroupsPerLine == 0 || group + 1 == groups;
-        if (lineBreaks && endsLine) {
-            out += "\r\n";
-        }
+    out.reserve(KvBase64LinesLength(data.size(), lineEnd.size()) + lineEnd.size());
+    KvAppendBase64Lines(data, lineEnd, out);
+    if (!out.ends_with(lineEnd)) {
+        out += lineEnd;
     }
     return out;
 }
@@ -104,7 +88,7 @@ bool KvsysCodec::EncodeBase64(unsigned char* data, int len, std::string& out, bo
         out.clear();
         return false;
     }
-    out = Encode(data, static_cast<std::size_t>(len), lineBreaks);
+    out = Encode({reinterpret_cast<const char*>(data), static_cast<std::size_t>(len)}, lineBreaks);
     return true;
 }
 

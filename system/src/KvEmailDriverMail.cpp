@@ -76,8 +76,9 @@ void KvEmailDriver::RunTransaction(const std::string& from, const std::vector<st
     }
     SmtpWrite("DATA\r\n");
     SmtpRead(reply);
-    SmtpWrite(KvMimeMessageText(from, subject, body, attachments));
-    SmtpWrite(".\r\n");
+    std::string text = KvMimeMessageText(from, subject, body, attachments);
+    const std::size_t length = text.size();
+    m_objSocket.WriteAsTwo(text.append(".\r\n"), length);
     SmtpRead(reply);
 }
 

@@ -158,6 +158,17 @@ TEST_F(KvioSSLClientSocketTest, WritesReachTheServerAndAreLoggedAfterwards) {
                             IsTraffic("<= NOOP <NUL><LF>", 326, "../src/KvioSSLClientSocket")));
 }
 
+TEST_F(KvioSSLClientSocketTest, WriteAsTwoReachesTheServerAndIsLoggedAsTwoWritesAfterwards) {
+    std::string received;
+    StartTls([&](TlsConnection& client) { received = client.Receive(9); });
+    socket.SetEventLog(&log);
+    EXPECT_EQ(socket.WriteAsTwo("Text\r\n.\r\n", 6), 9);
+    peer->Finish();
+    EXPECT_EQ(received, "Text\r\n.\r\n");
+    EXPECT_THAT(log.entries(), ElementsAre(IsTraffic("<= Text<CR><LF>", 326, "../src/KvioSSLClientSocket"),
+                                           IsTraffic("<= .<CR><LF>", 326, "../src/KvioSSLClientSocket")));
+}
+
 TEST_F(KvioSSLClientSocketTest, WriteLeavesTheActivityTime) {
     StartTls(AwaitEnd);
     socket.ForgetActivity();

@@ -31,6 +31,24 @@ TEST_F(KvioSocketTest, WriteIsLoggedEvenWhenItFails) {
     EXPECT_THAT(log.entries(), ElementsAre(IsTraffic("<= QUIT", 174)));
 }
 
+TEST_F(KvioSocketTest, WriteAsTwoSendsOnceAndLogsTwoWrites) {
+    socket.SetEventLog(&log);
+    EXPECT_EQ(socket.WriteAsTwo("Text\r\n.\r\n", 6), 9);
+    ASSERT_TRUE(kvtest::BecomesReady(pair.peer.get(), POLLIN));
+    char received[64] = {};
+    EXPECT_EQ(recv(pair.peer.get(), received, sizeof(received), 0), 9);
+    EXPECT_STREQ(received, "Text\r\n.\r\n");
+    EXPECT_THAT(log.entries(),
+                ElementsAre(IsTraffic("<= Text<CR><LF>", 174), IsTraffic("<= .<CR><LF>", 174)));
+}
+
+TEST_F(KvioSocketTest, WriteAsTwoThatFailsLogsItsFirstPartOnly) {
+    socket.SetEventLog(&log);
+    pair.peer.reset();
+    EXPECT_THROW(socket.WriteAsTwo("Text\r\n.\r\n", 6), KvioException);
+    EXPECT_THAT(log.entries(), ElementsAre(IsTraffic("<= Text<CR><LF>", 174)));
+}
+
 TEST_F(KvioSocketTest, EmptyWriteSendsAndLogsNothing) {
     socket.SetEventLog(&log);
     EXPECT_EQ(socket.Write(Bytes("x"), 0), 0);
