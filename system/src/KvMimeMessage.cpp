@@ -111,5 +111,6 @@ std::string KvMimeMessageText(const std::string& from, const std::string& subjec
         text += kDelimiter + FilePartHeader(path);
         AppendFileContent(path, text);
     }
-    return text += kClosingDelimiter;
+    text += kClosingDelimiter;
+    return text;
 }
