@@ -61,6 +61,10 @@ void CheckMay(const fs::path& path, int rights, const std::string& what) {
 }  // namespace
 
 void CheckStoreRights(const fs::path& folder) {
+    struct stat status {};
+    if (::stat(folder.c_str(), &status) == 0 && !S_ISDIR(status.st_mode)) {
+        return;  // no store can be there, and that is told where it is opened
+    }
     CheckMay(folder, R_OK | W_OK | X_OK, "write to the folder");
     CheckMay(folder / "jobs.db", R_OK | W_OK, "write to the database");
 }
