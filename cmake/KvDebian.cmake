@@ -65,8 +65,8 @@ accounts for every job: delivered, failed, or in doubt after a crash.
 .
 The package brings a service, which is started once it is configured.")
 set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "libkvsmtpdriver (>= ${PROJECT_VERSION}), adduser")
-set(CPACK_DEBIAN_HOST_PACKAGE_RECOMMENDS "ca-certificates")
-set(CPACK_DEBIAN_HOST_PACKAGE_SUGGESTS "kvsmtp-tools, sqlite3")
+set(CPACK_DEBIAN_HOST_PACKAGE_RECOMMENDS "ca-certificates, sqlite3")
+set(CPACK_DEBIAN_HOST_PACKAGE_SUGGESTS "kvsmtp-tools")
 set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA
   ${KV_PACKAGING}/debian/conffiles ${KV_PACKAGING}/debian/postinst ${KV_PACKAGING}/debian/prerm
   ${KV_PACKAGING}/debian/postrm)
@@ -75,7 +75,8 @@ install(FILES ${KV_PACKAGING}/kvhost.service DESTINATION /lib/systemd/system COM
 install(FILES ${KV_PACKAGING}/kvhost.toml ${PROJECT_SOURCE_DIR}/examples/jobs.jsonl
   DESTINATION share/doc/kvhost/examples COMPONENT host)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION share/doc/kvhost COMPONENT host
-  FILES_MATCHING PATTERN kvhost.md PATTERN operations.md PATTERN monitoring.md PATTERN store.md PATTERN retries.md
+  FILES_MATCHING PATTERN kvhost.md PATTERN operations.md PATTERN commands.md PATTERN daemon.md PATTERN driver.md
+  PATTERN carrier-test.md PATTERN monitoring.md PATTERN status-page.png PATTERN store.md PATTERN retries.md
   PATTERN submitting.md PATTERN openapi.yaml)
 file(GLOB manuals CONFIGURE_DEPENDS ${KV_PACKAGING}/man/kvhost*.[1-8])
 foreach(manual ${manuals})
@@ -106,5 +107,6 @@ kvsink takes mail over SMTP on the loopback interface and stores or counts it:
 the other side of a delivery driver in demonstrations, tests and benchmarks.
 It delivers nowhere and is no mail server for production.")
 kv_install_compressed(${KV_PACKAGING}/man/kvsink.1 share/man/man1 tools)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/kvsink.md DESTINATION share/doc/kvsmtp-tools COMPONENT tools)
 
 include(CPack)

@@ -90,21 +90,21 @@ SmtpSecurityType ReadSecurity(ConfigTable& fields) {
     return security.value_or(SMTP_SECURITY_CLEAR);
 }
 
-std::string ReadPasswordFile(ConfigTable& fields, const std::string& path) {
+std::optional<std::string> ReadPasswordFile(ConfigTable& fields, const std::string& path) {
     if (const auto wrong = WhyNotAReadableFile(path)) {
         fields.Refuse("password_file", *wrong);
-        return {};
+        return std::nullopt;
     }
     std::ifstream stream(path, std::ios::binary);
     const std::string content((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
     return StripLineEnd(content);
 }
 
-std::string ReadPasswordVariable(ConfigTable& fields, const std::string& name) {
+std::optional<std::string> ReadPasswordVariable(ConfigTable& fields, const std::string& name) {
     const char* value = std::getenv(name.c_str());
     if (value == nullptr) {
         fields.Refuse("password_env", "expected the name of an environment variable that is set");
-        return {};
+        return std::nullopt;
     }
     return value;
 }
@@ -124,12 +124,13 @@ std::string PasswordSource(ConfigTable& fields) {
     return source;
 }
 
-std::string PasswordFrom(ConfigTable& fields, const std::string& file, const std::string& source,
-                         const std::string& value) {
+/// Nothing when it was refused.
+std::optional<std::string> PasswordFrom(ConfigTable& fields, const std::string& file,
+                                        const std::string& source, const std::string& value) {
     if (source == "password_file") {
         return ReadPasswordFile(fields, ResolveBeside(file, value));
     }
-    return source == "password_env" ? ReadPasswordVariable(fields, value) : value;
+    return source == "password_env" ? ReadPasswordVariable(fields, value) : std::optional(value);
 }
 
 std::string ReadPassword(ConfigTable& fields, const std::string& file, const std::string& source) {
@@ -137,11 +138,14 @@ std::string ReadPassword(ConfigTable& fields, const std::string& file, const std
     if (!value) {
         return {};
     }
-    const std::string password = PasswordFrom(fields, file, source, *value);
-    if (password.empty()) {
+    const std::optional<std::string> password = PasswordFrom(fields, file, source, *value);
+    if (!password) {
+        return {};
+    }
+    if (password->empty()) {
         fields.Refuse(source, "expected a password, found none");
     }
-    return Checked(fields, source, password, WhyNotAKeyPart);
+    return Checked(fields, source, *password, WhyNotAKeyPart);
 }
 
 /// The user and the password come together or not at all: the driver would silently not authenticate

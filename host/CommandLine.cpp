@@ -1,6 +1,7 @@
 #include "CommandLine.h"
 
 #include <SQLiteCpp/Exception.h>
+#include <sqlite3.h>
 
 #include <iostream>
 #include <memory>
@@ -44,6 +45,22 @@ int RunParsed(const Commands& commands) {
         }
     }
     return kExitBadInput;
+}
+
+/// What SQLite says, which names neither the store nor what to do.
+std::string StoreTrouble(const SQLite::Exception& error) {
+    const std::string text = std::string("the job store: ") + error.what();
+    switch (error.getErrorCode()) {
+        case SQLITE_FULL:
+            return text + "; make room on its disk, `kvhost config check` names its folder";
+        case SQLITE_BUSY:
+            return text + "; another process keeps it for long, try again";
+        case SQLITE_CORRUPT:
+        case SQLITE_NOTADB:
+            return text + "; stop the host, keep a copy of the folder, and restore a backup";
+        default:
+            return text;
+    }
 }
 
 void TellFaults(const std::string& text) {
@@ -100,7 +117,7 @@ int RunCommandLine(int argc, const char* const* argv) {
         TellFaults(error.what());
         return kExitNoStore;
     } catch (const SQLite::Exception& error) {
-        TellFaults(std::string("the job store: ") + error.what());
+        TellFaults(StoreTrouble(error));
         return kExitNoStore;
     } catch (const std::exception& error) {
         TellFaults(error.what());

@@ -85,11 +85,15 @@ std::optional<double> ConfigTable::Number(std::string_view key, double least, do
 
 std::optional<Milliseconds> ConfigTable::Duration(std::string_view key, Milliseconds least,
                                                   Milliseconds most) {
-    const std::optional<std::string> text = Text(key);
-    if (!text) {
+    const toml::node* node = Node(key);
+    if (node == nullptr) {
         return std::nullopt;
     }
-    const std::optional<Milliseconds> value = ParseDuration(*text);
+    if (!node->is_string()) {
+        RefuseType(key, kDurationForm, *node);
+        return std::nullopt;
+    }
+    const std::optional<Milliseconds> value = ParseDuration(node->value_or<std::string>(""));
     if (!value || *value < least || *value > most) {
         Refuse(key, std::string("expected ") + kDurationForm + ", from " + DurationText(least) + " to " +
                         DurationText(most));

@@ -31,6 +31,12 @@ std::string SystemText(int error) {
     return std::generic_category().message(error);
 }
 
+std::string WhyNotRead(const std::string& path, int error) {
+    return "expected a readable file, \"" + path + "\": " + SystemText(error) +
+           (error == EACCES ? "; give this user the right to read it, or run the command as one who has it"
+                            : "");
+}
+
 bool IsAscii(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
@@ -103,14 +109,14 @@ std::optional<std::string> WhyNotAReadableFile(const std::string& path) {
         return "expected a path without NUL";
     }
     if (::stat(path.c_str(), &info) != 0) {
-        return "expected a readable file, \"" + path + "\": " + SystemText(errno);
+        return WhyNotRead(path, errno);
     }
     if (!S_ISREG(info.st_mode)) {
         return "expected a regular file, \"" + path + "\" is none";
     }
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor < 0) {
-        return "expected a readable file, \"" + path + "\": " + SystemText(errno);
+        return WhyNotRead(path, errno);
     }
     ::close(descriptor);
     return std::nullopt;

@@ -52,7 +52,8 @@ std::shared_ptr<spdlog::logger> MakeLogger(spdlog::level::level_enum level, cons
     sink->set_pattern(pattern);
     auto logger = std::make_shared<spdlog::logger>("kvhost", sink);
     logger->set_level(level);
-    logger->flush_on(spdlog::level::warn);
+    // A line that waits in memory is not seen by who follows the file, and is lost when the process is killed.
+    logger->flush_on(spdlog::level::trace);
     return logger;
 }
 

@@ -154,6 +154,15 @@ send_one() {
 
 is_delivered() { as_kvhost kvhost list --json | grep -q '"delivered"'; }
 
+# What root puts into the store the service could not read.
+root_is_refused() {
+    local status=0
+    inside kvhost submit --carrier relay --to ops@example.org --text "By root." >"$work/root.log" 2>&1 || status=$?
+    [ $status -eq 3 ] || fail "kvhost submit by root ended with $status: $(cat "$work/root.log")"
+    grep -q 'runuser -u kvhost -- kvhost' "$work/root.log" || fail "root is not told what to do: $(cat "$work/root.log")"
+    [ ! -e "$root/var/lib/kvhost/store" ] || fail "root made a store"
+}
+
 # One job through the store and the running host.
 run_one() {
     local host status=0
@@ -181,6 +190,7 @@ as_kvhost kvhost --version
 start_sink
 configure_carrier
 send_one
+root_is_refused
 run_one
 say "a job was sent, and one was taken, kept and delivered"
 

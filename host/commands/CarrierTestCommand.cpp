@@ -48,7 +48,7 @@ const Carrier& CarrierTestCommand::Find(const HostConfig& config) const {
     const auto found = config.carriers.find(m_strName);
     if (found == config.carriers.end()) {
         throw BadInput(m_options.ConfigFile() + ": expected the name of a carrier, found \"" + m_strName +
-                       "\"");
+                       "\"; `kvhost config check` lists them");
     }
     return found->second;
 }

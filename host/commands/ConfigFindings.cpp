@@ -78,6 +78,12 @@ void NoteWhatIsMissing(ConfigFindings& findings) {
     if (findings.config.carriers.empty()) {
         findings.notes.push_back("no usable carrier: nothing can be sent");
     }
+    if (findings.config.carriers.size() > 1 &&
+        findings.config.driverSettings.count("smart_driver.threadpool_size") == 0) {
+        findings.notes.push_back(
+            "driver.threadpool_size is not set: the driver may have a single worker, and a slow carrier "
+            "holds up the others then; four is sensible");
+    }
 }
 
 }  // namespace

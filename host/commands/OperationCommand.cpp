@@ -25,7 +25,8 @@ struct Words {
 Words WordsOf(JobOperation operation) {
     switch (operation) {
         case JobOperation::Retry:
-            return {"retry", "retried", "Send failed, cancelled or in doubt jobs again"};
+            return {"retry", "retried",
+                    "Send failed, in doubt or cancelled jobs again, and queued ones at once"};
         case JobOperation::Hold:
             return {"hold", "held", "Keep queued jobs back until they are released"};
         case JobOperation::Release:
@@ -36,11 +37,14 @@ Words WordsOf(JobOperation operation) {
     return {"cancel", "cancelled", "End queued, held or in doubt jobs"};
 }
 
+/// As they are written on the command line.
 std::string StatesText(JobOperation operation) {
     std::string text;
     const std::vector<JobState>& states = StatesFor(operation);
     for (const JobState state : states) {
-        text += std::string(text.empty() ? "" : state == states.back() ? " or " : ", ") + JobStateName(state);
+        std::string name = JobStateName(state);
+        std::replace(name.begin(), name.end(), ' ', '-');
+        text += (text.empty() ? "" : state == states.back() ? " or " : ", ") + name;
     }
     return text;
 }

@@ -37,6 +37,8 @@ public:
     /// When it is to be asked again, while in trouble; nothing when no time is set for that.
     std::optional<Time> NextProbe() const;
 
+    /// The next probe waits no longer: somebody has mended something, perhaps.
+    void ProbeSoon() { m_timeProbe = Time(); }
     void ProbeBegun() { m_bProbing = true; }
     void ProbeEnded(const ProbeResult& result, Time now);
     /// For how many failures in a row the next probe may wait longer for a greeting: 0 for none.

@@ -24,7 +24,7 @@ void CarrierWatch::Adopt(const HostConfig& config) {
         return found == config.carriers.end() || found->second.server != entry.second.server;
     });
     for (const auto& [name, carrier] : config.carriers) {
-        m_mapCarriers.try_emplace(name, Watched{carrier.server, {}});
+        m_mapCarriers.try_emplace(name, Watched{carrier.server, {}}).first->second.health.ProbeSoon();
     }
 }
 
@@ -117,7 +117,8 @@ void CarrierWatch::Apply(const std::string& carrier, const Change& change) {
     const bool wasInTrouble = health->IsInTrouble();
     change(*health);
     if (health->IsInTrouble() && !wasInTrouble) {
-        m_log.Warn("carrier " + carrier + " is in trouble: " + health->Trouble());
+        m_log.Warn("carrier " + carrier + " is in trouble: " + health->Trouble() + "; `kvhost carrier test " +
+                   carrier + "` tells more");
     } else if (wasInTrouble && !health->IsInTrouble()) {
         m_log.Warn("carrier " + carrier + " works again");
     }

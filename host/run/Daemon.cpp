@@ -58,7 +58,8 @@ Runner::End Daemon::Run() {
     TellProblems(*m_pConfig);
     Serve();
     BeginRun();
-    m_pHousekeeper = std::make_unique<Housekeeper>(m_pConfig->store, m_pConfig, m_log);
+    m_pHousekeeper =
+        std::make_unique<Housekeeper>(m_pConfig->store, m_pConfig, m_log, m_monitoring.Observer());
     const Runner::End end = m_runner.Run();
     m_pHousekeeper.reset();
     EndRun();

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "AttachmentStore.h"
+#include "ExpiredJobs.h"
 #include "JobLedger.h"
 #include "JobOperations.h"
 #include "StoreDatabase.h"
@@ -54,13 +55,16 @@ bool HasUntried(StoreDatabase& store, const std::string& carrier, StoreTime befo
     return look.executeStep();
 }
 
-bool GiveUpPortion(StoreDatabase& store, const HostConfig& config, StoreTime now) {
+bool GiveUpPortion(StoreDatabase& store, const HostConfig& config, StoreTime now,
+                   std::vector<ExpiredJob>& expired) {
     bool mayBeMore = false;
     JobLedger ledger(store);
     for (const auto& [name, carrier] : config.carriers) {
         const StoreTime before = now - carrier.retry.lifetime;
         if (carrier.retry.lifetime.count() > 0 && HasUntried(store, name, before)) {
-            mayBeMore = ledger.ExpireUntried(name, before, now, kPortion) == kPortion || mayBeMore;
+            const std::vector<ExpiredJob> portion = ledger.ExpireUntried(name, before, now, kPortion);
+            expired.insert(expired.end(), portion.begin(), portion.end());
+            mayBeMore = static_cast<int>(portion.size()) == kPortion || mayBeMore;
         }
     }
     return mayBeMore;
@@ -68,16 +72,18 @@ bool GiveUpPortion(StoreDatabase& store, const HostConfig& config, StoreTime now
 
 }  // namespace
 
-bool TidyPortion(StoreDatabase& store, const HostConfig& config, StoreTime now) {
+bool TidyPortion(StoreDatabase& store, const HostConfig& config, StoreTime now,
+                 std::vector<ExpiredJob>& expired) {
     const bool mayBeMoreToPurge = PurgePortion(store, config.run.keep, now);
-    const bool mayBeMoreToGiveUp = GiveUpPortion(store, config, now);
+    const bool mayBeMoreToGiveUp = GiveUpPortion(store, config, now, expired);
     return mayBeMoreToPurge || mayBeMoreToGiveUp;
 }
 
 Housekeeper::Housekeeper(std::filesystem::path storeFolder, std::shared_ptr<const HostConfig> config,
-                         LogSink& log)
+                         LogSink& log, RunObserver& observer)
     : m_pathStore(std::move(storeFolder)),
       m_log(log),
+      m_observer(observer),
       m_pConfig(std::move(config)),
       m_thread([this] { Main(); }) {}
 
@@ -105,7 +111,7 @@ void Housekeeper::Main() {
         }
         try {
             StoreDatabase store(m_pathStore, StoreDatabase::Access::Existing);
-            while (TidyPortion(store, *config, StoreNow()) && Pause(kBetweenPortions)) {
+            while (Tidy(store, *config) && Pause(kBetweenPortions)) {
             }
             if (++round % kRoundsToAttachments == 1 && Pause(kBetweenPortions)) {
                 AttachmentStore(m_pathStore, config->limits.attachmentBytes).RemoveUnused(store);
@@ -114,6 +120,13 @@ void Housekeeper::Main() {
             m_log.Warn(std::string("the store could not be tidied up: ") + error.what());
         }
     } while (Pause(kBetweenRounds));
+}
+
+bool Housekeeper::Tidy(StoreDatabase& store, const HostConfig& config) {
+    std::vector<ExpiredJob> expired;
+    const bool mayBeMore = TidyPortion(store, config, StoreNow(), expired);
+    TellExpired(expired, m_log, m_observer);
+    return mayBeMore;
 }
 
 /// False when the thread is to end.

@@ -5,9 +5,12 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "HostConfig.h"
+#include "JobLedger.h"
 #include "LogSink.h"
+#include "RunObserver.h"
 #include "StoreDatabase.h"
 #include "StoreTime.h"
 
@@ -18,8 +21,9 @@ namespace kvhost {
 /// own, in small portions, so that nobody waits for it. Thread-safe.
 class Housekeeper {
 public:
-    /// Starts the thread. `log` outlives the object.
-    Housekeeper(std::filesystem::path storeFolder, std::shared_ptr<const HostConfig> config, LogSink& log);
+    /// Starts the thread. `log` and `observer`, which hears of the jobs that are given up, outlive the object.
+    Housekeeper(std::filesystem::path storeFolder, std::shared_ptr<const HostConfig> config, LogSink& log,
+                RunObserver& observer);
     /// Ends after the portion at hand.
     ~Housekeeper();
     Housekeeper(const Housekeeper&) = delete;
@@ -29,10 +33,12 @@ public:
 
 private:
     void Main();
+    bool Tidy(StoreDatabase& store, const HostConfig& config);
     bool Pause(std::chrono::milliseconds time);
 
     const std::filesystem::path m_pathStore;
     LogSink& m_log;
+    RunObserver& m_observer;
     std::mutex m_mutex;
     std::condition_variable m_changed;
     bool m_bEnd = false;                          ///< guarded by m_mutex
@@ -41,7 +47,9 @@ private:
     std::thread m_thread;  ///< last: it uses the members above
 };
 
-/// One portion of each kind of work that there is; answers whether there may be more. Throws SQLite::Exception.
-bool TidyPortion(StoreDatabase& store, const HostConfig& config, StoreTime now);
+/// One portion of each kind of work that there is; answers whether there may be more, and adds the jobs that it gave up
+/// to `expired`. Throws SQLite::Exception.
+bool TidyPortion(StoreDatabase& store, const HostConfig& config, StoreTime now,
+                 std::vector<ExpiredJob>& expired);
 
 }  // namespace kvhost

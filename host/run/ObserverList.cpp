@@ -22,6 +22,10 @@ void ObserverList::AttemptEnded(const AttemptReport& report) {
     ForEach([&](RunObserver& observer) { observer.AttemptEnded(masked); });
 }
 
+void ObserverList::JobExpired(const std::string& carrier) {
+    ForEach([&](RunObserver& observer) { observer.JobExpired(carrier); });
+}
+
 void ObserverList::StoreWritten(std::chrono::microseconds took) {
     ForEach([&](RunObserver& observer) { observer.StoreWritten(took); });
 }

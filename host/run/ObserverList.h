@@ -13,7 +13,7 @@ namespace kvhost {
 /// Passes what the daemon does on to several observers, in their order. The one place where secrets are masked in what they
 /// see: in reasons, decisions and subjects, which come from outside.
 ///
-/// What one observer throws is told to `warn` and keeps it from no other. One thread at a time.
+/// What one observer throws is told to `warn` and keeps it from no other. One thread at a time, except for JobExpired.
 class ObserverList : public RunObserver {
 public:
     /// The observers outlive the list.
@@ -22,6 +22,7 @@ public:
 
     void JobHandedOver(const StoredJob& job, Milliseconds waited) override;
     void AttemptEnded(const AttemptReport& report) override;
+    void JobExpired(const std::string& carrier) override;
     void StoreWritten(std::chrono::microseconds took) override;
 
 private:

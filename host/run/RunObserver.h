@@ -23,7 +23,8 @@ struct AttemptReport {
 };
 
 /// Who wants to know what the daemon does. Every call comes after the change is on disk, on the one thread that runs
-/// the jobs, which waits meanwhile. What an observer throws is logged and forgotten.
+/// the jobs, which waits meanwhile; JobExpired alone may come on any thread. What an observer throws is logged and
+/// forgotten.
 class RunObserver {
 public:
     virtual ~RunObserver() = default;
@@ -34,6 +35,8 @@ public:
         (void)waited;
     }
     virtual void AttemptEnded(const AttemptReport& report) { (void)report; }
+    /// A queued job of the carrier was given up, because its deadline or its lifetime had come.
+    virtual void JobExpired(const std::string& carrier) { (void)carrier; }
     /// A change of the store took so long, the sync of the disk included.
     virtual void StoreWritten(std::chrono::microseconds took) { (void)took; }
 };

@@ -7,6 +7,8 @@
 #include <array>
 #include <utility>
 
+#include "ExpiredJobs.h"
+
 namespace kvhost {
 
 namespace {
@@ -99,8 +101,7 @@ void Runner::UseStore(StoreTime now) {
 void Runner::ExpireOverdue(StoreTime now) {
     m_timeNextDeadline = m_state.ledger.NextDeadline();
     if (m_timeNextDeadline && *m_timeNextDeadline <= now) {
-        const int failed = m_state.ledger.ExpireOverdue(now, kExpiredAtOnce);
-        m_parts.log.Warn(std::to_string(failed) + " jobs failed: their deadline passed");
+        TellExpired(m_state.ledger.ExpireOverdue(now, kExpiredAtOnce), m_parts.log, m_parts.observer);
         m_timeNextDeadline = m_state.ledger.NextDeadline();
     }
 }

@@ -225,9 +225,10 @@ std::string AttachmentStore::PathOf(const StoredAttachment& attachment) {
     if (fs::exists(link, error) && fs::equivalent(link, content, error)) {
         return link.string();
     }
-    fs::create_directories(link.parent_path(), error);
-    fs::remove(link, error);
-    fs::create_hard_link(content, link, error);
+    if (fs::create_directories(link.parent_path(), error); !error) {
+        fs::remove(link, error);
+        fs::create_hard_link(content, link, error);
+    }
     if (error && error != std::errc::file_exists) {
         Refuse(attachment.name,
                "its stored content (" + content.string() + ") cannot be used: " + error.message());

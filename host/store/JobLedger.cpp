@@ -59,6 +59,19 @@ void CountCrash(StoreDatabase& store, std::int64_t job) {
     update.exec();
 }
 
+constexpr const char* kOverdue = "the deadline passed before it was delivered";
+constexpr const char* kUntried = "the carrier could not be reached in all the time that the job may be tried";
+
+/// Changes the rows and reads what the statement returns of them.
+std::vector<ExpiredJob> ReadExpired(SQLite::Statement& update, const char* why) {
+    std::vector<ExpiredJob> expired;
+    while (update.executeStep()) {
+        expired.push_back({update.getColumn(0).getString(), update.getColumn(1).getString(),
+                           update.getColumn(2).getString(), why});
+    }
+    return expired;
+}
+
 constexpr const char* kDoubtReason =
     "The host ended while the message was with the driver: it may have been delivered.";
 
@@ -179,30 +192,30 @@ std::optional<StoreTime> JobLedger::NextDeadline() {
     return ReadTime(first, 0);
 }
 
-int JobLedger::ExpireUntried(const std::string& carrier, StoreTime before, StoreTime now, int limit) {
+std::vector<ExpiredJob> JobLedger::ExpireUntried(const std::string& carrier, StoreTime before, StoreTime now,
+                                                 int limit) {
     SQLite::Statement update(
         m_store.Connection(),
-        "UPDATE job SET state = 3, changed = ?1, "
-        "decision = 'failed: the carrier could not be reached in all the time that the job may be tried' "
+        "UPDATE job SET state = 3, changed = ?1, decision = 'failed: ' || ?5 "
         "WHERE key IN (SELECT key FROM job WHERE state = 0 AND carrier = ?2 AND urgent IN (0, 1) AND due < "
-        "?3 "
-        "AND changed < ?3 AND deadline IS NULL LIMIT ?4)");
+        "?3 AND changed < ?3 AND deadline IS NULL LIMIT ?4) RETURNING id, carrier, recipient");
     update.bind(1, ToNumber(now));
     update.bind(2, carrier);
     update.bind(3, ToNumber(before));
     update.bind(4, limit);
-    return update.exec();
+    update.bind(5, kUntried);
+    return ReadExpired(update, kUntried);
 }
 
-int JobLedger::ExpireOverdue(StoreTime now, int limit) {
+std::vector<ExpiredJob> JobLedger::ExpireOverdue(StoreTime now, int limit) {
     SQLite::Statement update(m_store.Connection(),
-                             "UPDATE job SET state = 3, changed = ?1, "
-                             "decision = 'failed: the deadline passed before it was delivered' "
+                             "UPDATE job SET state = 3, changed = ?1, decision = 'failed: ' || ?3 "
                              "WHERE key IN (SELECT key FROM job INDEXED BY job_deadline WHERE state = 0 AND "
-                             "deadline <= ?1 LIMIT ?2)");
+                             "deadline <= ?1 LIMIT ?2) RETURNING id, carrier, recipient");
     update.bind(1, ToNumber(now));
     update.bind(2, limit);
-    return update.exec();
+    update.bind(3, kOverdue);
+    return ReadExpired(update, kOverdue);
 }
 
 std::vector<StoredJob> JobLedger::BeginAttempts(const std::vector<std::int64_t>& jobs, StoreTime now) {

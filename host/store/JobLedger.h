@@ -31,6 +31,14 @@ struct Recovery {
     int quarantined = 0;      ///< jobs held because they were under way in too many crashes
 };
 
+/// A queued job that was given up because its time had come. Immutable value.
+struct ExpiredJob {
+    std::string id;
+    std::string carrier;
+    std::string recipient;
+    std::string why;
+};
+
 /// The queued jobs of one carrier, in short.
 struct CarrierQueue {
     std::string carrier;
@@ -65,11 +73,12 @@ public:
     std::vector<CarrierQueue> Queues();
     /// The first deadline of the queued jobs; nothing when none has one.
     std::optional<StoreTime> NextDeadline();
-    /// Fails the queued jobs whose deadline has passed, at most `limit`; answers how many.
-    int ExpireOverdue(StoreTime now, int limit);
+    /// Fails the queued jobs whose deadline has passed, at most `limit`; answers which.
+    std::vector<ExpiredJob> ExpireOverdue(StoreTime now, int limit);
     /// Fails queued jobs of `carrier` without a deadline that were due before `before` and have waited since then, at
-    /// most `limit`; answers how many.
-    int ExpireUntried(const std::string& carrier, StoreTime before, StoreTime now, int limit);
+    /// most `limit`; answers which.
+    std::vector<ExpiredJob> ExpireUntried(const std::string& carrier, StoreTime before, StoreTime now,
+                                          int limit);
 
     /// Writes the next attempt of each job that is still queued and makes it handed over; one transaction. Answers
     /// those jobs, in the order given: what an operator has taken back meanwhile is left out.

@@ -43,19 +43,19 @@ std::vector<FoundJob> Find(StoreDatabase& store, const std::string& name) {
 struct Rule {
     std::vector<JobState> from;
     JobState to = JobState::Queued;
-    bool isDueNow = false;  ///< the next attempt may begin at once
-    bool dropsDeadline = false;
-    std::string event;    ///< for the history and as the decision
-    std::string refusal;  ///< for a job of another state; its state is put before it
+    bool isDueNow = false;       ///< the next attempt may begin at once
+    bool dropsDeadline = false;  ///< of a job that was not queued
+    std::string event;           ///< for the history and as the decision
+    std::string refusal;         ///< for a job of another state; its state is put before it
 };
 
 const Rule& RuleOf(JobOperation operation) {
-    static const Rule kRetry{{JobState::Failed, JobState::InDoubt, JobState::Cancelled},
+    static const Rule kRetry{{JobState::Failed, JobState::InDoubt, JobState::Cancelled, JobState::Queued},
                              JobState::Queued,
                              true,
                              true,
                              "queued again by an operator",
-                             "only a failed, cancelled or in doubt job can be retried"};
+                             "only a failed, in doubt, cancelled or queued job can be retried"};
     static const Rule kHold{{JobState::Queued},
                             JobState::Held,
                             false,
@@ -96,7 +96,7 @@ public:
           m_now(now),
           m_update(store.Connection(),
                    "UPDATE job SET state = ?1, changed = ?2, due = iif(?3, ?2, due), "
-                   "deadline = iif(?4, NULL, deadline), decision = ?5 WHERE key = ?6") {}
+                   "deadline = iif(?4 AND state <> 0, NULL, deadline), decision = ?5 WHERE key = ?6") {}
 
     void Apply(const std::string& name, std::vector<OperationResult>& results) {
         const std::vector<FoundJob> jobs = Find(m_store, name);

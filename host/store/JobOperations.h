@@ -11,7 +11,7 @@ namespace kvhost {
 
 /// What an operator can do to a job.
 enum class JobOperation {
-    Retry,    ///< queue it again, due at once; the deadline no longer counts
+    Retry,    ///< queue it again, due at once; the deadline no longer counts, unless it was queued already
     Hold,     ///< keep it back until it is released
     Release,  ///< queue it again, due when it was due before
     Cancel    ///< end it; a job that is with the driver cannot be called back

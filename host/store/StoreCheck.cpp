@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include "AttachmentStore.h"
@@ -80,7 +82,7 @@ struct CloseFile {
 std::string FaultOfContent(const std::string& path, const std::string& digest, std::uint64_t size) {
     const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "rbe"));
     if (!file) {
-        return "is missing";
+        return errno == ENOENT ? "is missing" : std::string("cannot be read: ") + std::strerror(errno);
     }
     Sha256 actual;
     std::uint64_t actualSize = 0;

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "StoreRights.h"
 #include "StoreSchema.h"
 
 namespace kvhost {
@@ -31,7 +32,9 @@ void MakeFolder(const fs::path& folder) {
 
 fs::path PrepareFile(const fs::path& folder, StoreDatabase::Access access) {
     const fs::path file = folder / kFileName;
+    CheckStoreRights(folder);
     if (access == StoreDatabase::Access::Create) {
+        CheckFilesWillBeTheOwners(folder);
         MakeFolder(folder);
     } else if (!fs::exists(file)) {
         throw StoreError(file.string() +

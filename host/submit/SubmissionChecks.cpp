@@ -89,7 +89,8 @@ private:
         if (refused != m_config.refusedCarriers.end()) {
             Judge("carrier", "the carrier is refused: " + refused->second);
         } else if (m_config.carriers.count(m_submission.carrier) == 0) {
-            Judge("carrier", "expected a carrier of the configuration, found " + Shown(m_submission.carrier));
+            Judge("carrier", "expected a carrier of the configuration, found " + Shown(m_submission.carrier) +
+                                 "; `kvhost config check` lists them");
         }
     }
 

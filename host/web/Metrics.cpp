@@ -43,6 +43,11 @@ Metrics::Metrics(const Sources& sources)
                     .Name("kvhost_retries_total")
                     .Help("Attempts after which the job was queued again, by carrier.")
                     .Register(m_registry)),
+      m_expired(
+          prometheus::BuildCounter()
+              .Name("kvhost_expired_total")
+              .Help("Queued jobs that were given up because their deadline or lifetime had come, by carrier.")
+              .Register(m_registry)),
       m_queueTime(prometheus::BuildHistogram()
                       .Name("kvhost_queue_seconds")
                       .Help("Time from submission, or from its due time, to the hand-over of a job.")
@@ -68,6 +73,10 @@ void Metrics::AttemptEnded(const AttemptReport& report) {
     if (report.next == JobState::Queued) {
         m_retries.Add({{"carrier", carrier}}).Increment();
     }
+}
+
+void Metrics::JobExpired(const std::string& carrier) {
+    m_expired.Add({{"carrier", LabelOf(carrier)}}).Increment();
 }
 
 void Metrics::StoreWritten(std::chrono::microseconds took) {
@@ -110,6 +119,7 @@ void Metrics::KnowCarriers(const RunSnapshot& run) {
             m_attempts.Add(AttemptLabels(carrier, outcome));
         }
         m_retries.Add({{"carrier", carrier}});
+        m_expired.Add({{"carrier", carrier}});
         m_queueTime.Add({{"carrier", carrier}}, kQueueBounds);
         m_deliveryTime.Add({{"carrier", carrier}}, kDeliveryBounds);
     }

@@ -37,6 +37,7 @@ public:
 
     void JobHandedOver(const StoredJob& job, Milliseconds waited) override;
     void AttemptEnded(const AttemptReport& report) override;
+    void JobExpired(const std::string& carrier) override;
     void StoreWritten(std::chrono::microseconds took) override;
 
     /// All metrics (text/plain; version=0.0.4).
@@ -51,6 +52,7 @@ private:
     prometheus::Registry m_registry;
     prometheus::Family<prometheus::Counter>& m_attempts;
     prometheus::Family<prometheus::Counter>& m_retries;
+    prometheus::Family<prometheus::Counter>& m_expired;
     prometheus::Family<prometheus::Histogram>& m_queueTime;
     prometheus::Family<prometheus::Histogram>& m_deliveryTime;
     prometheus::Histogram& m_storeWrite;

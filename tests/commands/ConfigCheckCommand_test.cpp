@@ -92,6 +92,18 @@ TEST_F(ConfigCheckCommandTest, WhatIsMissingIsNoted) {
                                    "\nNote: no usable carrier: nothing can be sent\n"));
 }
 
+TEST_F(ConfigCheckCommandTest, SeveralCarriersWithoutASizeOfThePoolAreNoted) {
+    const std::string one = std::string("store = \"store\"\n") + kCarrier;
+    const std::string two =
+        one + "[carrier.second]\nserver = \"mx\"\nsecurity = \"clear\"\nsender = \"a@b\"\n";
+    EXPECT_EQ(Check(one), 0);
+    EXPECT_THAT(Output(), Not(HasSubstr("Note: ")));
+    EXPECT_EQ(Check(two), 0);
+    EXPECT_THAT(Output(), HasSubstr("Note: driver.threadpool_size is not set"));
+    EXPECT_EQ(Check("[driver]\nthreadpool_size = 4\n" + two.substr(two.find('['))), 0);
+    EXPECT_THAT(Output(), Not(HasSubstr("threadpool_size")));
+}
+
 TEST_F(ConfigCheckCommandTest, AStoreThatCannotBeMadeIsAFault) {
     m_folder.write("file", "");
     EXPECT_EQ(Check(std::string("store = \"file/store\"\n") + kCarrier), 2);
@@ -122,6 +134,16 @@ std::string FaultsForAnybody(const std::string& file) {
     ::close(ends[0]);
     ::waitpid(child, nullptr, 0);
     return faults.substr(0, size > 0 ? static_cast<std::size_t>(size) : 0);
+}
+
+TEST_F(ConfigCheckCommandTest, AConfigurationThatThisUserMayNotReadSaysWhatToDo) {
+    std::filesystem::permissions(m_folder.path(), std::filesystem::perms(0755));
+    const std::string file = m_folder.write("kvhost.toml", "");
+    std::filesystem::permissions(file, std::filesystem::perms(0));
+    EXPECT_THAT(
+        FaultsForAnybody(file),
+        HasSubstr("Permission denied; give this user the right to read it, or run the command as one who has "
+                  "it"));
 }
 
 TEST_F(ConfigCheckCommandTest, AFolderThatThisUserMayNotWriteIsAFault) {

@@ -35,10 +35,11 @@ TEST_F(OperationCommandTest, AJobIsHeldReleasedAndCancelled) {
 
 TEST_F(OperationCommandTest, EachNameHasALineAndOneThatIsNotDoneMakesTheStatusOne) {
     Submit(Mail("a"));
+    EXPECT_EQ(Run("hold", {"a"}), 0);
     SubmitFailed("b", "550 no");
     EXPECT_EQ(Run("retry", {"a", "b", "nobody"}), 1);
     EXPECT_EQ(Output(),
-              "a: not retried: it is queued; only a failed, cancelled or in doubt job can be retried\n"
+              "a: not retried: it is held; only a failed, in doubt, cancelled or queued job can be retried\n"
               "b: retried\n"
               "nobody: not retried: there is no such job\n"
               "1 retried, 2 not\n");
@@ -77,13 +78,16 @@ TEST_F(OperationCommandTest, AllJobsOfAStateTakesEveryCarrier) {
     SubmitFailed("b", "no", "west");
     EXPECT_EQ(Run("retry", {"--all", "--state", "failed"}), 0);
     EXPECT_EQ(Output(), "b: retried\na: retried\n2 retried, 0 not\n");
+    EXPECT_EQ(Run("retry", {"--all", "--state", "queued"}), 0);
+    EXPECT_EQ(Output(), "b: retried\na: retried\n2 retried, 0 not\n");
 }
 
 TEST_F(OperationCommandTest, AllNeedsAStateThatTheOperationIsFor) {
     Submit(Mail("a"));
     EXPECT_EQ(Run("retry", {"--all"}), 2);
-    EXPECT_EQ(Error(), "kvhost: retry: --all needs --state with one of failed, in doubt or cancelled\n");
-    EXPECT_EQ(Run("retry", {"--all", "--state", "queued"}), 2);
+    EXPECT_EQ(Error(),
+              "kvhost: retry: --all needs --state with one of failed, in-doubt, cancelled or queued\n");
+    EXPECT_EQ(Run("retry", {"--all", "--state", "held"}), 2);
     EXPECT_EQ(Run("release", {"--all", "--state", "failed"}), 2);
     EXPECT_EQ(Error(), "kvhost: release: --all needs --state with one of held\n");
     EXPECT_EQ(StateOf("a"), JobState::Queued);

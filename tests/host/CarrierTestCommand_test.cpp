@@ -113,7 +113,9 @@ TEST_F(CarrierTestCommandTest, TheConfigurationComesFromTheEnvironmentToo) {
 
 TEST_F(CarrierTestCommandTest, WhatIsNoUsableInputIsToldWithItsRemedy) {
     EXPECT_EQ(Run({"pigeon", "--config", m_config}), 2);
-    EXPECT_EQ(m_error, "kvhost: " + m_config + ": expected the name of a carrier, found \"pigeon\"\n");
+    EXPECT_EQ(m_error,
+              "kvhost: " + m_config +
+                  ": expected the name of a carrier, found \"pigeon\"; `kvhost config check` lists them\n");
     EXPECT_EQ(Run({"broken", "--config", m_config}), 2);
     EXPECT_THAT(m_error, HasSubstr("kvhost: the carrier \"broken\" is refused: "));
     EXPECT_EQ(Run({"pager", "--config", m_folder.file("none.toml")}), 2);

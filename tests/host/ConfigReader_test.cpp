@@ -320,6 +320,17 @@ TEST_F(ConfigReaderTest, AUserNeedsAPasswordAndThePasswordAUser) {
                 ElementsAre("kvhost.toml:5: carrier.pager.password: expected a user with it"));
 }
 
+TEST_F(ConfigReaderTest, APasswordThatCannotBeReadIsOneFault) {
+    const std::vector<std::string> faults =
+        CarrierFaultsOf(std::string(kPager) + "user = \"u\"\npassword_file = \"missing\"\n");
+    ASSERT_EQ(faults.size(), 1U);
+    EXPECT_THAT(faults[0],
+                testing::StartsWith("kvhost.toml:6: carrier.pager.password_file: expected a readable file"));
+    EXPECT_EQ(
+        CarrierFaultsOf(std::string(kPager) + "user = \"u\"\npassword_env = \"KVHOST_TEST_UNSET\"\n").size(),
+        1U);
+}
+
 TEST_F(ConfigReaderTest, AnEmptyPasswordIsRefused) {
     EXPECT_THAT(CarrierFaultsOf(std::string(kPager) + "user = \"u\"\npassword = \"\"\n"),
                 ElementsAre("kvhost.toml:6: carrier.pager.password: expected a password, found none"));

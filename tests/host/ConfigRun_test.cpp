@@ -67,6 +67,7 @@ TEST_F(ConfigRunTest, TheRunSettingsAreRead) {
 TEST_F(ConfigRunTest, ALimitThatWouldNeverEndIsRefused) {
     EXPECT_THAT(FaultOf("[run]\nmax_under_way = 0\n"),
                 HasSubstr(":2: run.max_under_way: expected an integer from 1 to 1000000, found 0"));
+    EXPECT_THAT(FaultOf("[run]\ntick = 5\n"), HasSubstr(":2: run.tick: expected a duration such as"));
     EXPECT_THAT(FaultOf("[run]\ntick = \"0s\"\n"), HasSubstr(":2: run.tick: expected a duration such as"));
 }
 

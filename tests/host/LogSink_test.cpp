@@ -213,5 +213,20 @@ TEST(OpenLogTest, ARotatedFileThatCannotBeOpenedIsBadInput) {
     EXPECT_THROW(OpenLog(spdlog::level::info, {"/proc/no/such/file", 1000, 3}), BadInput);
 }
 
+TEST(OpenLogTest, EveryLineIsInTheFileAtOnce) {
+    const kvtest::TempDir dir;
+    for (const std::uint64_t limit : {std::uint64_t{0}, std::uint64_t{100000}}) {
+        const std::string file = dir.file(std::to_string(limit) + ".log");
+        LogSink sink(OpenLog(spdlog::level::trace, {file, limit}), SecretMask({}));
+        sink.LogTrace("a trace", 1, "A.cpp");
+        std::stringstream seen;
+        seen << std::ifstream(file).rdbuf();
+        EXPECT_THAT(seen.str(), HasSubstr("A.cpp:1 a trace\n"));
+        sink.Tell("running");
+        seen << std::ifstream(file).rdbuf();
+        EXPECT_THAT(seen.str(), HasSubstr("kvhost running\n"));
+    }
+}
+
 }  // namespace
 }  // namespace kvhost

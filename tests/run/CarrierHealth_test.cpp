@@ -64,6 +64,17 @@ TEST_F(CarrierHealthTest, ASilentCarrierGetsNothingAndIsProbedAtGrowingIntervals
     }
 }
 
+TEST_F(CarrierHealthTest, ACarrierThatMayHaveBeenMendedIsProbedAtOnce) {
+    for (int i = 0; i < 5; ++i) {
+        Probe(Kind::Silent);
+    }
+    EXPECT_FALSE(m_health.WantsProbe(true, m_now));
+    m_health.ProbeSoon();
+    EXPECT_TRUE(m_health.IsInTrouble());
+    EXPECT_EQ(m_health.Ask(m_now), Permit::None);
+    EXPECT_TRUE(m_health.WantsProbe(false, m_now));
+}
+
 TEST_F(CarrierHealthTest, OneProbeIsMadeAtATime) {
     m_health.ProbeBegun();
     EXPECT_FALSE(m_health.WantsProbe(true, m_now));

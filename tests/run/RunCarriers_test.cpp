@@ -20,7 +20,7 @@ protected:
     void ExpectThatOthersGoOn() {
         Start();
         Submit({Mail("bad1", "bad"), Mail("bad2", "bad")});
-        ASSERT_TRUE(Host().WaitForError("carrier bad is in trouble")) << Host().Error();
+        ASSERT_TRUE(Host().WaitForError("`kvhost carrier test bad` tells more")) << Host().Error();
         for (const char* id : {"a", "b", "c"}) {
             const auto begun = std::chrono::steady_clock::now();
             Submit({Mail(id, "good")});
@@ -82,7 +82,7 @@ TEST_F(RunCarriersTest, ACarrierThatComesBackGetsItsJobs) {
     gone->on("HELO").reply(kvtest::Reply("421 4.3.2 closing\r\n").thenClose());
     Start();
     Submit({Mail("a", "bad"), Mail("b", "bad"), Mail("c", "bad")});
-    ASSERT_TRUE(Host().WaitForError("carrier bad is in trouble")) << Host().Error();
+    ASSERT_TRUE(Host().WaitForError("`kvhost carrier test bad` tells more")) << Host().Error();
     gone->clearScript();
     EXPECT_TRUE(WaitForCount(JobState::Delivered, 3)) << Host().Error();
     EXPECT_TRUE(Host().WaitForError("carrier bad works again")) << Host().Error();

@@ -178,6 +178,8 @@ TEST_F(RunDeliveryTest, ADeadlineThatPassesFailsTheJobUnattempted) {
     ASSERT_TRUE(WaitForState("a", JobState::Failed)) << Host().Error();
     EXPECT_THAT(History("a").job.decision, HasSubstr("deadline"));
     EXPECT_EQ(History("a").attempts.size(), 0U);
+    EXPECT_TRUE(Host().WaitForError("failed: the deadline passed before it was delivered")) << Host().Error();
+    EXPECT_THAT(Host().Error(), HasSubstr("job a to "));
 }
 
 TEST_F(RunDeliveryTest, AJobOfAnUnknownCarrierWaitsAndIsToldOf) {

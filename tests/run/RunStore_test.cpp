@@ -34,6 +34,7 @@ protected:
     }
 
     kvhost::JobLedger m_ledger{m_store};
+    std::vector<kvhost::ExpiredJob> m_expired;
 };
 
 class RecordingObserver : public kvhost::RunObserver {
@@ -127,9 +128,9 @@ TEST_F(RunStoreTest, JobsThatEndedLongAgoAreDeletedInPortions) {
     Deliver("new");
     Submit(Mail("waiting"));
     const kvhost::HostConfig config = ConfigWith(std::chrono::hours(1), std::chrono::hours(24));
-    EXPECT_TRUE(kvhost::TidyPortion(m_store, config, Now()));
+    EXPECT_TRUE(kvhost::TidyPortion(m_store, config, Now(), m_expired));
     EXPECT_EQ(kvhost::JobViews(m_store).Count()[JobState::Delivered], 51);
-    EXPECT_FALSE(kvhost::TidyPortion(m_store, config, Now()));
+    EXPECT_FALSE(kvhost::TidyPortion(m_store, config, Now(), m_expired));
     EXPECT_EQ(StateOf("new"), JobState::Delivered);
     EXPECT_EQ(StateOf("waiting"), JobState::Queued);
     EXPECT_EQ(kvhost::JobViews(m_store).Count()[JobState::Delivered], 1);
@@ -141,7 +142,8 @@ TEST_F(RunStoreTest, NothingIsDeletedWhenJobsAreKept) {
     Submit(Mail("old"));
     Deliver("old");
     Later(std::chrono::hours(10000));
-    EXPECT_FALSE(kvhost::TidyPortion(m_store, ConfigWith(Milliseconds(0), Milliseconds(0)), Now()));
+    EXPECT_FALSE(
+        kvhost::TidyPortion(m_store, ConfigWith(Milliseconds(0), Milliseconds(0)), Now(), m_expired));
     EXPECT_EQ(StateOf("old"), JobState::Delivered);
 }
 
@@ -153,7 +155,10 @@ TEST_F(RunStoreTest, AJobThatCouldNotBeTriedInAllItsTimeFails) {
     Later(std::chrono::hours(25));
     Submit(Mail("new"));
     Submit(Mail("elsewhere", "unknown"));
-    kvhost::TidyPortion(m_store, ConfigWith(Milliseconds(0), std::chrono::hours(24)), Now());
+    kvhost::TidyPortion(m_store, ConfigWith(Milliseconds(0), std::chrono::hours(24)), Now(), m_expired);
+    ASSERT_THAT(m_expired, SizeIs(1));
+    EXPECT_EQ(m_expired[0].id, "old");
+    EXPECT_EQ(m_expired[0].carrier, Job("old").carrier);
     EXPECT_EQ(StateOf("old"), JobState::Failed);
     EXPECT_THAT(Job("old").decision, testing::HasSubstr("could not be reached"));
     EXPECT_EQ(StateOf("deadline"), JobState::Queued);

@@ -50,9 +50,9 @@ TEST_F(JobLedgerEffortTest, TheNextDeadlineIsFoundWithoutALookAtEveryJob) {
 }
 
 TEST_F(JobLedgerEffortTest, OverdueJobsAreFoundWithoutALookAtEveryJob) {
-    EXPECT_LT(PagesOf([&] { EXPECT_EQ(m_ledger.ExpireOverdue(Now(), 100), 0); }), kFewPages);
+    EXPECT_LT(PagesOf([&] { EXPECT_EQ(m_ledger.ExpireOverdue(Now(), 100).size(), 0U); }), kFewPages);
     const StoreTime late = Now() + std::chrono::hours(2);
-    EXPECT_LT(PagesOf([&] { EXPECT_EQ(m_ledger.ExpireOverdue(late, 100), 1); }), kFewPages);
+    EXPECT_LT(PagesOf([&] { EXPECT_EQ(m_ledger.ExpireOverdue(late, 100).size(), 1U); }), kFewPages);
 }
 
 TEST_F(JobLedgerEffortTest, DueJobsAreFoundWithoutALookAtEveryJob) {

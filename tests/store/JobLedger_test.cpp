@@ -152,9 +152,14 @@ TEST_F(JobLedgerTest, AQueuedJobPastItsDeadlineFailsAndSaysSo) {
     mail.deadline = Now() + minutes(1);
     Submit(mail);
     Submit(Mail("b"));
-    EXPECT_EQ(m_ledger.ExpireOverdue(Now(), 10), 0);
+    EXPECT_TRUE(m_ledger.ExpireOverdue(Now(), 10).empty());
     Later(minutes(1));
-    EXPECT_EQ(m_ledger.ExpireOverdue(Now(), 10), 1);
+    const std::vector<ExpiredJob> expired = m_ledger.ExpireOverdue(Now(), 10);
+    ASSERT_EQ(expired.size(), 1U);
+    EXPECT_EQ(expired[0].id, "a");
+    EXPECT_EQ(expired[0].carrier, Job("a").carrier);
+    EXPECT_EQ(expired[0].recipient, Job("a").recipient);
+    EXPECT_EQ(expired[0].why, "the deadline passed before it was delivered");
     EXPECT_EQ(StateOf("a"), JobState::Failed);
     EXPECT_EQ(Job("a").decision, "failed: the deadline passed before it was delivered");
     EXPECT_EQ(StateOf("b"), JobState::Queued);

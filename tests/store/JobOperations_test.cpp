@@ -46,10 +46,23 @@ TEST_F(JobOperationsTest, AFailedJobIsQueuedAgainAtOnceWithoutItsDeadline) {
     EXPECT_EQ(StateOf("a"), JobState::Queued);
     EXPECT_EQ(Job("a").due, Now());
     EXPECT_EQ(Job("a").deadline, std::nullopt);
-    EXPECT_EQ(m_ledger.ExpireOverdue(Now(), 10), 0);
+    EXPECT_TRUE(m_ledger.ExpireOverdue(Now(), 10).empty());
     HandOver("a");
     EXPECT_EQ(Job("a").attempts, 2);
     m_ledger.EndAttempts({Delivered(KeyOf("a"))}, Now());
+    ExpectSound();
+}
+
+TEST_F(JobOperationsTest, AQueuedJobThatIsRetriedIsDueAtOnceAndKeepsItsDeadline) {
+    Submission mail = Mail("a");
+    mail.notBefore = Now() + minutes(5);
+    mail.deadline = Now() + minutes(10);
+    Submit(mail);
+    ExpectDone(m_operations.Retry("a", Now()));
+    EXPECT_EQ(StateOf("a"), JobState::Queued);
+    EXPECT_EQ(Job("a").due, Now());
+    EXPECT_EQ(Job("a").deadline, Now() + minutes(10));
+    EXPECT_EQ(m_ledger.Due("east", Now(), 10).size(), 1U);
     ExpectSound();
 }
 
@@ -57,7 +70,7 @@ TEST_F(JobOperationsTest, ADeliveredJobIsNotSentAgain) {
     Submit(Mail("a"));
     Deliver("a");
     ExpectRefused(m_operations.Retry("a", Now()),
-                  "it is delivered; only a failed, cancelled or in doubt job can be retried");
+                  "it is delivered; only a failed, in doubt, cancelled or queued job can be retried");
     EXPECT_EQ(StateOf("a"), JobState::Delivered);
 }
 
@@ -101,7 +114,7 @@ TEST_F(JobOperationsTest, AJobThatIsWithTheDriverIsOutOfReach) {
                   "it is handed over; only a queued, held or in doubt job can be cancelled");
     ExpectRefused(m_operations.Hold("a", Now()), "it is handed over; only a queued job can be held");
     ExpectRefused(m_operations.Retry("a", Now()),
-                  "it is handed over; only a failed, cancelled or in doubt job can be retried");
+                  "it is handed over; only a failed, in doubt, cancelled or queued job can be retried");
     EXPECT_EQ(StateOf("a"), JobState::HandedOver);
 }
 

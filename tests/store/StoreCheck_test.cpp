@@ -115,6 +115,9 @@ TEST_F(StoreCheckTest, AnAttachmentThatIsMissingShortOrChangedIsFound) {
     ExpectFault("(\"plan.pdf\") has 4 bytes instead of 10");
     std::filesystem::remove(content);
     ExpectFault("(\"plan.pdf\") is missing");
+    std::filesystem::remove(content.parent_path());
+    std::ofstream(content.parent_path()) << "a file where a folder was";
+    ExpectFault("(\"plan.pdf\") cannot be read: Not a directory");
 }
 
 TEST_F(StoreCheckTest, ABrokenIndexIsFound) {

@@ -172,8 +172,10 @@ TEST_F(SubmissionParserTest, AnEscapedNulIsRefusedInEveryField) {
 }
 
 TEST_F(SubmissionParserTest, AnUnknownCarrierIsRefused) {
-    EXPECT_THAT(FaultsWith("carrier", "pigeon"),
-                ElementsAre("carrier: expected a carrier of the configuration, found \"pigeon\""));
+    EXPECT_THAT(
+        FaultsWith("carrier", "pigeon"),
+        ElementsAre("carrier: expected a carrier of the configuration, found \"pigeon\"; `kvhost config "
+                    "check` lists them"));
 }
 
 TEST_F(SubmissionParserTest, ARefusedCarrierIsRefusedWithItsReason) {

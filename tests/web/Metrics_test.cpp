@@ -52,7 +52,15 @@ TEST_F(MetricsTest, ACarrierHasItsCountersBeforeItsFirstAttempt) {
     EXPECT_TRUE(Has("kvhost_attempts_total{carrier=\"west\",outcome=\"failed\"} 0"));
     EXPECT_TRUE(Has("kvhost_attempts_total{carrier=\"west\",outcome=\"in_doubt\"} 0"));
     EXPECT_TRUE(Has("kvhost_retries_total{carrier=\"west\"} 0"));
+    EXPECT_TRUE(Has("kvhost_expired_total{carrier=\"west\"} 0"));
     EXPECT_TRUE(Has("kvhost_delivery_seconds_count{carrier=\"west\"} 0"));
+}
+
+TEST_F(MetricsTest, JobsThatWereGivenUpWithoutAnAttemptAreCounted) {
+    m_metrics.JobExpired("east");
+    m_metrics.JobExpired("old");
+    EXPECT_TRUE(Has("kvhost_expired_total{carrier=\"east\"} 1"));
+    EXPECT_TRUE(Has("kvhost_expired_total{carrier=\"(not configured)\"} 1"));
 }
 
 TEST_F(MetricsTest, ACarrierThatIsAddedLaterIsCountedUnderItsName) {
