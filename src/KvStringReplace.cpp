@@ -4,14 +4,21 @@
 #include "KvsysCodecParts.h"
 
 void findandreplace(std::string& text, const std::string& what, const std::string& with) {
-    // `done` never holds `what`, so the leftmost occurrence is the first that it ends with. The characters to
-    // come lie in `pending`, the next one last; a replacement goes there, to be looked at with its
-    // neighbours.
+    // `done` never holds `what`, so the leftmost occurrence is the first that it ends with. A replacement is looked at
+    // again, with its neighbours: it goes onto `pending`, the next character last. Of `text` only the characters that
+    // can end an occurrence are looked at.
     std::string done;
-    std::string pending(text.rbegin(), text.rend());
-    while (!pending.empty()) {
-        done += pending.back();
-        pending.pop_back();
+    done.reserve(text.size());
+    std::string pending;
+    for (std::size_t next = 0; next < text.size() || !pending.empty();) {
+        if (!pending.empty()) {
+            done += pending.back();
+            pending.pop_back();
+        } else {
+            const std::size_t end = std::min(text.find(what.back(), next), text.size() - 1) + 1;
+            done.append(text, next, end - next);
+            next = end;
+        }
         if (done.ends_with(what)) {
             done.resize(done.size() - what.size());
             pending.append(with.rbegin(), with.rend());

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 
 namespace {
@@ -15,6 +16,36 @@ TEST(KvStringTest, FindAndReplaceReplacesEveryOccurrence) {
     EXPECT_EQ(Replaced("a\r\nb\r\n\r\nc", "\r\n", "\n"), "a\nb\n\nc");
     EXPECT_EQ(Replaced("abc", "x", "y"), "abc");
     EXPECT_EQ(Replaced("", "x", "y"), "");
+}
+
+std::string RandomText(std::mt19937& random, std::size_t shortest, std::size_t longest) {
+    std::string text(shortest + random() % (longest - shortest + 1), '\0');
+    for (char& c : text) {
+        c = "abc"[random() % 3];
+    }
+    return text;
+}
+
+/// The definition: the leftmost occurrence, again and again from the beginning.
+std::string ReplacedOneByOne(std::string text, const std::string& what, const std::string& with) {
+    for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what)) {
+        text.replace(at, what.size(), with);
+    }
+    return text;
+}
+
+TEST(KvStringTest, FindAndReplaceGivesWhatReplacingOneByOneGives) {
+    std::mt19937 random(1);
+    for (int i = 0; i < 20000; ++i) {
+        const std::string text = RandomText(random, 0, 30);
+        const std::string what = RandomText(random, 1, 3);
+        const std::string with = RandomText(random, 0, 3);
+        // A replacement longer than what it replaces may form new occurrences without end.
+        if (with.find(what) == std::string::npos && with.size() <= what.size()) {
+            ASSERT_EQ(Replaced(text, what, with), ReplacedOneByOne(text, what, with))
+                << text << ' ' << what << ' ' << with;
+        }
+    }
 }
 
 TEST(KvStringTest, FindAndReplaceReplacesWhatAReplacementFormsWithItsNeighbours) {
