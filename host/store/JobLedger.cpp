@@ -41,15 +41,15 @@ std::vector<StoredJob> JobsHandedOver(StoreDatabase& store) {
 
 void AppendDue(StoreDatabase& store, const std::string& carrier, bool isUrgent, StoreTime now,
                std::size_t limit, std::vector<std::int64_t>& keys) {
-    SQLite::Statement rows(store.Connection(),
-                           "SELECT key FROM job WHERE state = 0 AND carrier = ? AND urgent = ? AND due <= ? "
-                           "ORDER BY due, key LIMIT ?");
-    rows.bind(1, carrier);
-    rows.bind(2, isUrgent ? 1 : 0);
-    rows.bind(3, ToNumber(now));
-    rows.bind(4, static_cast<std::int64_t>(limit - keys.size()));
-    while (rows.executeStep()) {
-        keys.push_back(rows.getColumn(0).getInt64());
+    StoreStatement rows(store,
+                        "SELECT key FROM job WHERE state = 0 AND carrier = ? AND urgent = ? AND due <= ? "
+                        "ORDER BY due, key LIMIT ?");
+    rows->bind(1, carrier);
+    rows->bind(2, isUrgent ? 1 : 0);
+    rows->bind(3, ToNumber(now));
+    rows->bind(4, static_cast<std::int64_t>(limit - keys.size()));
+    while (rows->executeStep()) {
+        keys.push_back(rows->getColumn(0).getInt64());
     }
 }
 
@@ -139,16 +139,15 @@ std::vector<std::int64_t> JobLedger::Due(const std::string& carrier, StoreTime n
 
 // One look at the index for each carrier and urgency; a minimum over all queued jobs would read them all.
 std::optional<StoreTime> JobLedger::NextDue() {
-    SQLite::Statement first(m_store.Connection(),
-                            "SELECT min(due) FROM job WHERE state = 0 AND carrier = ? AND urgent = ?");
+    StoreStatement first(m_store, "SELECT min(due) FROM job WHERE state = 0 AND carrier = ? AND urgent = ?");
     std::optional<StoreTime> next;
     for (const std::string& carrier : CarriersWithQueuedJobs()) {
         for (const int urgent : {0, 1}) {
-            first.reset();
-            first.bind(1, carrier);
-            first.bind(2, urgent);
-            first.executeStep();
-            if (const std::optional<StoreTime> due = ReadTime(first, 0); due && (!next || *due < *next)) {
+            first->reset();
+            first->bind(1, carrier);
+            first->bind(2, urgent);
+            first->executeStep();
+            if (const std::optional<StoreTime> due = ReadTime(*first, 0); due && (!next || *due < *next)) {
                 next = due;
             }
         }
@@ -157,111 +156,108 @@ std::optional<StoreTime> JobLedger::NextDue() {
 }
 
 std::vector<std::string> JobLedger::CarriersWithQueuedJobs() {
-    SQLite::Statement rows(m_store.Connection(),
-                           "SELECT carrier FROM tally WHERE state = ? AND jobs > 0 ORDER BY carrier");
-    rows.bind(1, kQueued);
+    StoreStatement rows(m_store, "SELECT carrier FROM tally WHERE state = ? AND jobs > 0 ORDER BY carrier");
+    rows->bind(1, kQueued);
     std::vector<std::string> carriers;
-    while (rows.executeStep()) {
-        carriers.push_back(rows.getColumn(0).getString());
+    while (rows->executeStep()) {
+        carriers.push_back(rows->getColumn(0).getString());
     }
     return carriers;
 }
 
 // One look at the index for each carrier and urgency.
 std::vector<CarrierQueue> JobLedger::Queues() {
-    SQLite::Statement rows(
-        m_store.Connection(),
+    StoreStatement rows(
+        m_store,
         "SELECT carrier, jobs, "
         "(SELECT min(due) FROM job WHERE state = 0 AND job.carrier = tally.carrier AND urgent = 1), "
         "(SELECT min(due) FROM job WHERE state = 0 AND job.carrier = tally.carrier AND urgent = 0) "
         "FROM tally WHERE state = 0 AND jobs > 0 ORDER BY carrier");
     std::vector<CarrierQueue> queues;
-    while (rows.executeStep()) {
-        queues.push_back({rows.getColumn(0).getString(), rows.getColumn(1).getInt64(), ReadTime(rows, 2),
-                          ReadTime(rows, 3)});
+    while (rows->executeStep()) {
+        queues.push_back({rows->getColumn(0).getString(), rows->getColumn(1).getInt64(), ReadTime(*rows, 2),
+                          ReadTime(*rows, 3)});
     }
     return queues;
 }
 
 // By itself SQLite would look through all queued jobs for a deadline: it does not know how few have one.
 std::optional<StoreTime> JobLedger::NextDeadline() {
-    SQLite::Statement first(m_store.Connection(),
-                            "SELECT min(deadline) FROM job INDEXED BY job_deadline "
-                            "WHERE state = 0 AND deadline IS NOT NULL");
-    first.executeStep();
-    return ReadTime(first, 0);
+    StoreStatement first(m_store,
+                         "SELECT min(deadline) FROM job INDEXED BY job_deadline "
+                         "WHERE state = 0 AND deadline IS NOT NULL");
+    first->executeStep();
+    return ReadTime(*first, 0);
 }
 
 std::vector<ExpiredJob> JobLedger::ExpireUntried(const std::string& carrier, StoreTime before, StoreTime now,
                                                  int limit) {
-    SQLite::Statement update(
-        m_store.Connection(),
+    StoreStatement update(
+        m_store,
         "UPDATE job SET state = 3, changed = ?1, decision = 'failed: ' || ?5 "
         "WHERE key IN (SELECT key FROM job WHERE state = 0 AND carrier = ?2 AND urgent IN (0, 1) AND due < "
         "?3 AND changed < ?3 AND deadline IS NULL LIMIT ?4) RETURNING id, carrier, recipient");
-    update.bind(1, ToNumber(now));
-    update.bind(2, carrier);
-    update.bind(3, ToNumber(before));
-    update.bind(4, limit);
-    update.bind(5, kUntried);
-    return ReadExpired(update, kUntried);
+    update->bind(1, ToNumber(now));
+    update->bind(2, carrier);
+    update->bind(3, ToNumber(before));
+    update->bind(4, limit);
+    update->bind(5, kUntried);
+    return ReadExpired(*update, kUntried);
 }
 
 std::vector<ExpiredJob> JobLedger::ExpireOverdue(StoreTime now, int limit) {
-    SQLite::Statement update(m_store.Connection(),
-                             "UPDATE job SET state = 3, changed = ?1, decision = 'failed: ' || ?3 "
-                             "WHERE key IN (SELECT key FROM job INDEXED BY job_deadline WHERE state = 0 AND "
-                             "deadline <= ?1 LIMIT ?2) RETURNING id, carrier, recipient");
-    update.bind(1, ToNumber(now));
-    update.bind(2, limit);
-    update.bind(3, kOverdue);
-    return ReadExpired(update, kOverdue);
+    StoreStatement update(m_store,
+                          "UPDATE job SET state = 3, changed = ?1, decision = 'failed: ' || ?3 "
+                          "WHERE key IN (SELECT key FROM job INDEXED BY job_deadline WHERE state = 0 AND "
+                          "deadline <= ?1 LIMIT ?2) RETURNING id, carrier, recipient");
+    update->bind(1, ToNumber(now));
+    update->bind(2, limit);
+    update->bind(3, kOverdue);
+    return ReadExpired(*update, kOverdue);
 }
 
 std::vector<StoredJob> JobLedger::BeginAttempts(const std::vector<std::int64_t>& jobs, StoreTime now) {
     StoreWrite transaction(m_store);
-    SQLite::Statement take(
-        m_store.Connection(),
+    StoreStatement take(
+        m_store,
         "UPDATE job SET state = 1, changed = ?, attempts = attempts + 1 WHERE key = ? AND state = 0");
-    SQLite::Statement read(m_store.Connection(),
-                           std::string("SELECT ") + kJobColumns +
-                               " FROM job JOIN submission ON submission.key = job.submission "
-                               "WHERE job.key = ?");
-    SQLite::Statement insert(m_store.Connection(),
-                             "INSERT INTO attempt(job, number, run, begun) VALUES(?, ?, ?, ?)");
+    StoreStatement read(m_store, std::string("SELECT ") + kJobColumns +
+                                     " FROM job JOIN submission ON submission.key = job.submission "
+                                     "WHERE job.key = ?");
+    StoreStatement insert(m_store, "INSERT INTO attempt(job, number, run, begun) VALUES(?, ?, ?, ?)");
     std::vector<StoredJob> taken;
     for (const std::int64_t key : jobs) {
-        take.reset();
-        take.bind(1, ToNumber(now));
-        take.bind(2, key);
-        if (take.exec() == 0) {
+        take->reset();
+        take->bind(1, ToNumber(now));
+        take->bind(2, key);
+        if (take->exec() == 0) {
             continue;
         }
-        read.reset();
-        read.bind(1, key);
-        read.executeStep();
-        taken.push_back(ReadJob(read));
-        insert.reset();
-        insert.bind(1, key);
-        insert.bind(2, taken.back().attempts);
-        insert.bind(3, m_nRun);
-        insert.bind(4, ToNumber(now));
-        insert.exec();
+        read->reset();
+        read->bind(1, key);
+        read->executeStep();
+        taken.push_back(ReadJob(*read));
+        insert->reset();
+        insert->bind(1, key);
+        insert->bind(2, taken.back().attempts);
+        insert->bind(3, m_nRun);
+        insert->bind(4, ToNumber(now));
+        insert->exec();
     }
     transaction.Commit();
     return taken;
 }
 
 JobContent JobLedger::Content(std::int64_t job) {
-    SQLite::Statement read(m_store.Connection(),
-                           "SELECT submission.key, submission.subject, submission.text FROM submission "
-                           "JOIN job ON job.submission = submission.key WHERE job.key = ?");
-    read.bind(1, job);
+    StoreStatement read(m_store,
+                        "SELECT submission.key, submission.subject, submission.text FROM submission "
+                        "JOIN job ON job.submission = submission.key WHERE job.key = ?");
+    read->bind(1, job);
     JobContent content;
-    if (read.executeStep()) {
-        content.subject = read.getColumn(1).getString();
-        content.text = read.getColumn(2).getString();
-        content.attachments = ReadAttachments(m_store, read.getColumn(0).getInt64());
+    if (read->executeStep()) {
+        content.subject = read->getColumn(1).getString();
+        content.text = read->getColumn(2).getString();
+        content.attachments = ReadAttachments(m_store, read->getColumn(0).getInt64());
     }
     return content;
 }
@@ -277,15 +273,15 @@ int JobLedger::EndAttempts(const std::vector<AttemptEnd>& ends, StoreTime now) {
 }
 
 bool JobLedger::EndAttempt(const AttemptEnd& end, StoreTime now) {
-    SQLite::Statement update(m_store.Connection(),
-                             "UPDATE attempt SET ended = ?, outcome = ?, reason = ?, decision = ? "
-                             "WHERE job = ? AND ended IS NULL");
-    update.bind(1, ToNumber(now));
-    update.bind(2, static_cast<int>(end.outcome));
-    update.bind(3, end.reason);
-    update.bind(4, end.decision);
-    update.bind(5, end.job);
-    if (update.exec() == 0) {
+    StoreStatement update(m_store,
+                          "UPDATE attempt SET ended = ?, outcome = ?, reason = ?, decision = ? "
+                          "WHERE job = ? AND ended IS NULL");
+    update->bind(1, ToNumber(now));
+    update->bind(2, static_cast<int>(end.outcome));
+    update->bind(3, end.reason);
+    update->bind(4, end.decision);
+    update->bind(5, end.job);
+    if (update->exec() == 0) {
         return false;
     }
     SetState(end, now);
@@ -293,17 +289,17 @@ bool JobLedger::EndAttempt(const AttemptEnd& end, StoreTime now) {
 }
 
 void JobLedger::SetState(const AttemptEnd& end, StoreTime now) {
-    SQLite::Statement update(
-        m_store.Connection(),
+    StoreStatement update(
+        m_store,
         "UPDATE job SET state = ?, changed = ?, due = coalesce(?, due), reason = ?, decision = ? "
         "WHERE key = ?");
-    update.bind(1, static_cast<int>(end.next));
-    update.bind(2, ToNumber(now));
-    BindTime(update, 3, end.due);
-    update.bind(4, end.reason);
-    update.bind(5, end.decision);
-    update.bind(6, end.job);
-    update.exec();
+    update->bind(1, static_cast<int>(end.next));
+    update->bind(2, ToNumber(now));
+    BindTime(*update, 3, end.due);
+    update->bind(4, end.reason);
+    update->bind(5, end.decision);
+    update->bind(6, end.job);
+    update->exec();
 }
 
 }  // namespace kvhost

@@ -85,4 +85,23 @@ SQLite::Database Open(const fs::path& folder, StoreDatabase::Access access) {
 StoreDatabase::StoreDatabase(const fs::path& folder, Access access)
     : m_pathFolder(folder), m_database(Open(folder, access)) {}
 
+StoreStatement::StoreStatement(StoreDatabase& store, const std::string& text) : m_store(store) {
+    if (auto idle = store.m_mapIdle.extract(text); !idle.empty()) {
+        m_pStatement = std::move(idle.mapped());
+    } else {
+        m_pStatement = std::make_unique<SQLite::Statement>(store.Connection(), text);
+    }
+}
+
+// What fails here fails for this statement alone: it is then not used again.
+StoreStatement::~StoreStatement() {
+    try {
+        m_pStatement->reset();
+        m_pStatement->clearBindings();
+        const std::string text = m_pStatement->getQuery();
+        m_store.m_mapIdle.emplace(text, std::move(m_pStatement));
+    } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch)
+    }
+}
+
 }  // namespace kvhost

@@ -1,9 +1,13 @@
 #pragma once
 
 #include <SQLiteCpp/Database.h>
+#include <SQLiteCpp/Statement.h>
 #include <SQLiteCpp/Transaction.h>
 
 #include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
 
 #include "StoreError.h"
 
@@ -29,8 +33,29 @@ public:
     const std::filesystem::path& Folder() const { return m_pathFolder; }
 
 private:
+    friend class StoreStatement;
+
     std::filesystem::path m_pathFolder;
     SQLite::Database m_database;
+    std::map<std::string, std::unique_ptr<SQLite::Statement>> m_mapIdle;  ///< by text
+};
+
+/// A statement that is prepared once for each text, because to prepare one takes longer than to run it. At its end it is
+/// given back, reset and without values. For texts of which there are few; outlived by the database. One thread at a
+/// time, as the database.
+class StoreStatement {
+public:
+    StoreStatement(StoreDatabase& store, const std::string& text);
+    ~StoreStatement();
+    StoreStatement(const StoreStatement&) = delete;
+    StoreStatement& operator=(const StoreStatement&) = delete;
+
+    SQLite::Statement& operator*() { return *m_pStatement; }
+    SQLite::Statement* operator->() { return m_pStatement.get(); }
+
+private:
+    StoreDatabase& m_store;
+    std::unique_ptr<SQLite::Statement> m_pStatement;
 };
 
 /// A transaction that takes the right to write at once, so that what it reads is what it changes.

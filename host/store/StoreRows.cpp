@@ -43,24 +43,23 @@ std::optional<StoreTime> ReadTime(SQLite::Statement& row, int column) {
 }
 
 std::vector<StoredAttachment> ReadAttachments(StoreDatabase& store, std::int64_t submission) {
-    SQLite::Statement rows(
-        store.Connection(),
-        "SELECT name, digest, size FROM attachment WHERE submission = ? ORDER BY position");
-    rows.bind(1, submission);
+    StoreStatement rows(store,
+                        "SELECT name, digest, size FROM attachment WHERE submission = ? ORDER BY position");
+    rows->bind(1, submission);
     std::vector<StoredAttachment> attachments;
-    while (rows.executeStep()) {
-        attachments.push_back({rows.getColumn(0).getString(), rows.getColumn(1).getString(),
-                               static_cast<std::uint64_t>(rows.getColumn(2).getInt64())});
+    while (rows->executeStep()) {
+        attachments.push_back({rows->getColumn(0).getString(), rows->getColumn(1).getString(),
+                               static_cast<std::uint64_t>(rows->getColumn(2).getInt64())});
     }
     return attachments;
 }
 
 void NoteEvent(StoreDatabase& store, std::int64_t job, StoreTime at, const std::string& text) {
-    SQLite::Statement insert(store.Connection(), "INSERT INTO event(job, at, text) VALUES(?, ?, ?)");
-    insert.bind(1, job);
-    insert.bind(2, ToNumber(at));
-    insert.bind(3, text);
-    insert.exec();
+    StoreStatement insert(store, "INSERT INTO event(job, at, text) VALUES(?, ?, ?)");
+    insert->bind(1, job);
+    insert->bind(2, ToNumber(at));
+    insert->bind(3, text);
+    insert->exec();
 }
 
 }  // namespace kvhost
