@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "Eventually.h"
-#include "HostDoubles.h"
 #include "KvSmtpDriver.h"
 #include "TestCertificates.h"
 #include "hostile/VirtualTime.h"
@@ -89,13 +88,6 @@ Outcome RunOnce(HostDoubles& host, TestMessageFile& file) {
     return {file.m_eStatus, file.failureReason(), kept};
 }
 
-void CopyTo(RecordingLog& log, const RecordingLog& from) {
-    for (const LogEntry& entry : from.entries()) {
-        entry.severity == Severity::Error ? log.LogError(entry.text, entry.line, entry.file.c_str())
-                                          : log.LogTrace(entry.text, entry.line, entry.file.c_str());
-    }
-}
-
 }  // namespace
 
 bool operator==(const Outcome& one, const Outcome& other) {
@@ -119,11 +111,10 @@ Outcome NotConnected() {
     return {Reports::REPORT_FAILED, kNoConnection, false};
 }
 
-Outcome Deliver(ScriptedSmtpServer& server, const MessageBuilder& message, RecordingLog* log) {
+Outcome Deliver(ScriptedSmtpServer& server, const MessageBuilder& message, HostDoubles& host) {
     EXPECT_TRUE(server.waitForOpenConnections(0));
     const long descriptors = OpenDescriptors();
     const int expired = VirtualTime::ExpiredWaits();
-    HostDoubles host;
     const auto file = message.build();
     const Outcome outcome = RunOnce(host, *file);
     EXPECT_EQ(host.queue.count(), 1);
@@ -133,10 +124,12 @@ Outcome Deliver(ScriptedSmtpServer& server, const MessageBuilder& message, Recor
     }
     EXPECT_TRUE(server.waitForOpenConnections(0));
     EXPECT_TRUE(Eventually([&] { return OpenDescriptors() == descriptors; }));
-    if (log != nullptr) {
-        CopyTo(*log, host.log);
-    }
     return outcome;
+}
+
+Outcome Deliver(ScriptedSmtpServer& server, const MessageBuilder& message) {
+    HostDoubles host;
+    return Deliver(server, message, host);
 }
 
 MessageBuilder JobFor(const ScriptedSmtpServer& server, bool insideTls) {

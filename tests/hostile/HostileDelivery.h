@@ -4,7 +4,7 @@
 #include <ostream>
 #include <string>
 
-#include "RecordingLog.h"
+#include "HostDoubles.h"
 #include "ScriptedSmtpServer.h"
 #include "TestMessageFile.h"
 
@@ -36,8 +36,9 @@ Outcome NotConnected();
 ///  - it is completed only when the reply that was read last, behind the end of data, was taken as success: it begins
 ///    with neither 4 nor 5, or it did not come in its time;
 ///  - no descriptor is left open.
-/// What the driver logged is added to `log` when there is one.
-Outcome Deliver(ScriptedSmtpServer& server, const MessageBuilder& message, RecordingLog* log = nullptr);
+/// `host`, a new one unless the test wants to see its log, lends the driver its services.
+Outcome Deliver(ScriptedSmtpServer& server, const MessageBuilder& message, HostDoubles& host);
+Outcome Deliver(ScriptedSmtpServer& server, const MessageBuilder& message);
 
 /// A job for `server`, in clear or with TLS required.
 MessageBuilder JobFor(const ScriptedSmtpServer& server, bool insideTls = false);
