@@ -71,6 +71,11 @@ int CallTls(Call call) {
     return call();
 }
 
+/// Stands where no callback is set: OpenSSL would ask on the terminal or the standard input of the host, and wait.
+int NoPassPhrase(char*, int, int, void*) {
+    return 0;
+}
+
 /// Whether the last failure was that of a key which does not belong to the certificate; OpenSSL looks at that
 /// while it loads the key already.
 bool KeyDidNotMatch() {
@@ -174,11 +179,9 @@ void KvioSSLClientSocket::CreateContext() {
 void KvioSSLClientSocket::UseClientCertificate() {
     Require(SSL_CTX_use_certificate_file(m_pCtx, m_strCertFile.c_str(), SSL_FILETYPE_PEM) > 0,
             "SSL: Setting Certificate file Failed");
-    if (m_pfnPassword != nullptr) {
-        SSL_CTX_set_default_passwd_cb(m_pCtx, m_pfnPassword);
-        if (m_pPasswordUserData != nullptr) {
-            SSL_CTX_set_default_passwd_cb_userdata(m_pCtx, m_pPasswordUserData);
-        }
+    SSL_CTX_set_default_passwd_cb(m_pCtx, m_pfnPassword != nullptr ? m_pfnPassword : NoPassPhrase);
+    if (m_pfnPassword != nullptr && m_pPasswordUserData != nullptr) {
+        SSL_CTX_set_default_passwd_cb_userdata(m_pCtx, m_pPasswordUserData);
     }
     ERR_clear_error();
     const bool loaded = SSL_CTX_use_PrivateKey_file(m_pCtx, m_strKeyFile.c_str(), SSL_FILETYPE_PEM) > 0;

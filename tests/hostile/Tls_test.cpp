@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -256,6 +258,46 @@ TEST(TlsFilesTest, AnAuthorityFileThatCannotBeUsedFailsTheConnectionAndNothingGo
             ExpectNoMailInClear(server);
         }
     }
+}
+
+/// What the process reads as its standard input.
+class StandardInput {
+public:
+    explicit StandardInput(const std::string& text) : m_before(dup(STDIN_FILENO)) {
+        int ends[2] = {};
+        EXPECT_EQ(pipe(ends), 0);
+        EXPECT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+        dup2(ends[0], STDIN_FILENO);
+        close(ends[0]);
+        close(ends[1]);
+    }
+    ~StandardInput() {
+        dup2(m_before, STDIN_FILENO);
+        close(m_before);
+    }
+    StandardInput(const StandardInput&) = delete;
+    StandardInput& operator=(const StandardInput&) = delete;
+
+    static std::string Left() {
+        char bytes[256];
+        const ssize_t count = read(STDIN_FILENO, bytes, sizeof(bytes));
+        return {bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
+    }
+
+private:
+    const int m_before;
+};
+
+TEST(TlsFilesTest, AKeyUnderAPassPhraseFailsTheConnectionAndTheHostsInputIsNotAskedForIt) {
+    const std::string phrase = std::string(TestCertificates::passPhrase()) + "\n";
+    const StandardInput input(phrase);
+    const CertificateFiles& client = Certificates().clientWithPassPhrase();
+    ScriptedSmtpServer server(WithTls(Certificates().serverTls()));
+    HostDoubles host;
+    EXPECT_EQ(Deliver(server, JobFor(server, true).clientCertificate(client.certificate, client.key), host),
+              NotConnected());
+    EXPECT_TRUE(host.log.contains("Msg[SSL: Setting Key file Failed]"));
+    EXPECT_EQ(StandardInput::Left(), phrase);
 }
 
 TEST(TlsFilesTest, AClientCertificateThatCannotBeUsedFailsTheConnection) {
