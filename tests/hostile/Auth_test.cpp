@@ -104,10 +104,10 @@ TEST_P(HostileAuthTest, AChallengeOfThreeCharactersFailsTheConnection) {
     }
 }
 
-TEST_P(HostileAuthTest, AChallengeThatDoesNotEndFailsNothingButTheJob) {
+TEST_P(HostileAuthTest, AChallengeThatDoesNotEndIsReadAsTheReplyToEachCommand) {
     ScriptedSmtpServer server(Offering("LOGIN"));
     server.on("AUTH").reply("334 " + std::string(1000000, 'A'));
-    EXPECT_EQ(DeliverTo(server), Completed());  // the letters are read as the reply to each command
+    EXPECT_EQ(DeliverTo(server), Completed());
     EXPECT_FALSE(Said(server, kUser));
 }
 
