@@ -51,4 +51,48 @@ TEST(TicketFloodTest, AReadWhoseTimeIsOverDoesNotGoOnForAsLongAsRecordsWithoutDa
     EXPECT_GT(UnreadBytes(socket), 0);
 }
 
+/// The driver, with a hand on its pool: Cleanup would give the worker a minute.
+class StoppableDriver : public KvSMTPDriver {
+public:
+    explicit StoppableDriver(HostDoubles& host) {
+        host.lendTo(*this);
+        m_pLog = nullptr;
+        std::map<std::string, std::string> settings;
+        Configure(settings);
+        Setup(&host.instanceConf);
+    }
+    ~StoppableDriver() override { delete m_pLock; }
+
+    void StopAndCleanUp() {
+        m_pThreadPool->StopTasks();
+        m_pThreadPool->Stop(100);
+        Cleanup();
+    }
+};
+
+TEST(DemandFloodTest, AWorkerThatRepeatsAuthWithoutEverWaitingIsEndedByTheStopOfTheDriver) {
+    const auto end = Clock::now() + std::chrono::seconds(10);
+    ScriptedSmtpServer server(OfferingAccount());
+    server.on("RSET").connection(1).reply("421 4.3.2 no\r\n");  // the next connection is the worker's
+    server.on("AUTH").connection(2).answer([end](const CommandContext&) {
+        return Clock::now() < end ? "530 5.7.0 Must issue a STARTTLS command first\r\n"
+                                  : "535 5.7.8 enough\r\n";
+    });
+    HostDoubles host;
+    const auto file = WithAccount(JobFor(server)).security(SMTP_SECURITY_ON_DEMAND).build();
+    StoppableDriver driver(host);
+    auto status = KvMessengerReportsMngrInterface::REPORT_NONE;
+    ASSERT_TRUE(driver.SendAMessage(file.get(), status));
+    {
+        const AlwaysReady ready;
+        driver.PeriodicEvent();
+        EXPECT_TRUE(server.waitForCommand("AUTH", 10));
+        driver.StopAndCleanUp();
+        EXPECT_LT(Clock::now(), end);
+    }
+    EXPECT_EQ(host.queue.timesReturned(file.get()), 1);
+    EXPECT_EQ(file->failureReason(), "Messenger internal error.");
+    EXPECT_TRUE(server.waitForOpenConnections(0));
+}
+
 }  // namespace

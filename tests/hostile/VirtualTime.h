@@ -24,4 +24,15 @@ public:
     static std::chrono::milliseconds Passed();
 };
 
+/// While this lives, the driver finds what it waits for as if it had been there before: its waits open nothing to a
+/// signal, as with a server that is always faster than the driver. One at a time.
+class AlwaysReady {
+public:
+    AlwaysReady();
+    ~AlwaysReady();
+
+    AlwaysReady(const AlwaysReady&) = delete;
+    AlwaysReady& operator=(const AlwaysReady&) = delete;
+};
+
 }  // namespace kvtest
