@@ -27,6 +27,7 @@ constexpr int kLineSent = 303;
 constexpr int kLineSentText = 326;
 
 constexpr int kNoTimeout = -1;
+constexpr int kLateRecords = 100;
 constexpr unsigned int kExtractLimit = 1000;
 constexpr int kExtractTimeoutMs = 60000;
 constexpr std::size_t kSslTextSize = 256;
@@ -69,6 +70,11 @@ int CallTls(Call call) {
     const KvSigPipeGuard guard;
     ERR_clear_error();
     return call();
+}
+
+/// Stands where no callback is set: OpenSSL would ask on the terminal or the standard input of the host, and wait.
+int NoPassPhrase(char*, int, int, void*) {
+    return 0;
 }
 
 /// Whether the last failure was that of a key which does not belong to the certificate; OpenSSL looks at that
@@ -154,6 +160,9 @@ void KvioSSLClientSocket::StartSSL() {
         SSL_set_ex_data(m_pSSL, SwitchedIndex(), this);
     }
     Handshake();
+    if (nonBlocking.IsSwitched()) {
+        SSL_clear_mode(m_pSSL, SSL_MODE_AUTO_RETRY);  // reads go on by themselves, see ReceiveTls
+    }
     CheckPeerCertificate();
     m_bSSLConnected = true;
     nonBlocking.Keep();
@@ -174,11 +183,9 @@ void KvioSSLClientSocket::CreateContext() {
 void KvioSSLClientSocket::UseClientCertificate() {
     Require(SSL_CTX_use_certificate_file(m_pCtx, m_strCertFile.c_str(), SSL_FILETYPE_PEM) > 0,
             "SSL: Setting Certificate file Failed");
-    if (m_pfnPassword != nullptr) {
-        SSL_CTX_set_default_passwd_cb(m_pCtx, m_pfnPassword);
-        if (m_pPasswordUserData != nullptr) {
-            SSL_CTX_set_default_passwd_cb_userdata(m_pCtx, m_pPasswordUserData);
-        }
+    SSL_CTX_set_default_passwd_cb(m_pCtx, m_pfnPassword != nullptr ? m_pfnPassword : NoPassPhrase);
+    if (m_pfnPassword != nullptr && m_pPasswordUserData != nullptr) {
+        SSL_CTX_set_default_passwd_cb_userdata(m_pCtx, m_pPasswordUserData);
     }
     ERR_clear_error();
     const bool loaded = SSL_CTX_use_PrivateKey_file(m_pCtx, m_strKeyFile.c_str(), SSL_FILETYPE_PEM) > 0;
@@ -349,7 +356,8 @@ void KvioSSLClientSocket::FreeTls() {
 }
 
 // TLS waits for whole records: a record without data (a session ticket) leaves the read waiting for the next,
-// for what is left of the time-out.
+// for what is left of the time-out. A server that sends such records without end is read no further when the time is
+// over, and does not keep an end signal out; a few that lie there already may stand in front of the data.
 int KvioSSLClientSocket::ReceiveTls(unsigned char* buffer, unsigned int size, int timeoutMs,
                                     SocketStatus& status) {
     const auto start = std::chrono::steady_clock::now();
@@ -358,14 +366,19 @@ int KvioSSLClientSocket::ReceiveTls(unsigned char* buffer, unsigned int size, in
         status = static_cast<SocketStatus>(Wait(true, false, timeoutMs));
     }
     int received = -1;
-    short events = 0;
+    int late = 0;
     while (status == SOCKET_READABLE) {
         m_tLastActive = std::time(nullptr);
         received = CallTls([&] { return SSL_read(m_pSSL, buffer, static_cast<int>(size)); });
-        events = AwaitedEvents(received);
-        if (events == 0 || !AwaitMore(events, TimeLeft(start, timeoutMs), status)) {
+        const short events = AwaitedEvents(received);
+        const int timeLeft = TimeLeft(start, timeoutMs);
+        if (events == 0 || !AwaitMore(events, timeLeft, status)) {
             break;
         }
+        if (timeLeft == 0 && ++late == kLateRecords) {
+            status = SOCKET_TIMEOUT;
+        }
+        KvEndSignals::LetIn();
     }
     return received;
 }

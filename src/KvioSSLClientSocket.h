@@ -104,7 +104,7 @@ public:
     std::string m_strExtra;          ///< not used
     std::string m_strCAFile;         ///< trusted CA certificates, PEM; required
     SSL_verify_cb m_pfnVerify;       ///< null: OpenSSL's own verification
-    pem_password_cb* m_pfnPassword;  ///< null: OpenSSL's own way to ask
+    pem_password_cb* m_pfnPassword;  ///< null: a key under a pass phrase fails
     void* m_pPasswordUserData;
 
     static bool m_bIsOpenSSLLibraryInitialized;
