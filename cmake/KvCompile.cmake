@@ -23,3 +23,8 @@ if(KV_SANITIZER)
     add_compile_options(-fno-sanitize-recover=undefined -fno-sanitize=null,vptr)
   endif()
 endif()
+
+if(KV_FUZZ)
+  # What the fuzzers steer by: every edge that an input takes, and every comparison it meets.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
