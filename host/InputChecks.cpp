@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "VisibleText.h"
+
 namespace kvhost {
 
 namespace {
@@ -103,14 +105,16 @@ std::optional<std::string> WhyNotAReadableFile(const std::string& path) {
         return "expected a path without NUL";
     }
     if (::stat(path.c_str(), &info) != 0) {
-        return "expected a readable file, \"" + path + "\": " + SystemText(errno);
+        const int error = errno;
+        return "expected a readable file, \"" + MakeVisible(path) + "\": " + SystemText(error);
     }
     if (!S_ISREG(info.st_mode)) {
-        return "expected a regular file, \"" + path + "\" is none";
+        return "expected a regular file, \"" + MakeVisible(path) + "\" is none";
     }
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor < 0) {
-        return "expected a readable file, \"" + path + "\": " + SystemText(errno);
+        const int error = errno;
+        return "expected a readable file, \"" + MakeVisible(path) + "\": " + SystemText(error);
     }
     ::close(descriptor);
     return std::nullopt;
