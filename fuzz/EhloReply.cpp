@@ -42,7 +42,7 @@ void Check(const KvEmailDriver::Job& job, const Offer& offer) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     kvfuzz::Input input(data, size);
-    KvEmailDriver engine(nullptr, "", "", "");
+    static KvEmailDriver engine(nullptr, "", "", "");
     KvEmailDriver::Job job;
     const std::string credentials = input.Piece();
     job.strUser = Has(credentials, "u") || Has(credentials, "c") ? "user" : "";

@@ -72,9 +72,18 @@ private:
     int m_nStoreNeeded = 0;
 };
 
-int StatusOf(const std::string& answer) {
+/// Of the last answer: one that only says to go on may stand before it.
+int StatusOf(std::string answer) {
+    static const std::string kGoOn = "HTTP/1.1 100 Continue\r\n\r\n";
+    if (answer.compare(0, kGoOn.size(), kGoOn) == 0) {
+        answer.erase(0, kGoOn.size());
+    }
     KV_FUZZ_CHECK(answer.compare(0, 9, "HTTP/1.1 ") == 0 && answer.size() > 12);
     return std::stoi(answer.substr(9, 3));
+}
+
+bool HasToken(const std::string& text) {
+    return text.find("0123456789abcdef") != std::string::npos;
 }
 
 }  // namespace
@@ -92,9 +101,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const int status = StatusOf(answer);
     KV_FUZZ_CHECK(status >= 100 && status < 600);
     KV_FUZZ_CHECK(neededStore == (status == 503));
-    KV_FUZZ_CHECK(!neededStore || request.find("0123456789abcdef") != std::string::npos);
-    KV_FUZZ_CHECK(status != 200 && status != 201);
-    KV_FUZZ_CHECK(answer.find("0123456789abcdef") == std::string::npos ||
-                  answer.find("0123456789abcdef") > answer.find("\r\n\r\n"));
+    // Escapes in a header are undone before the token is looked at.
+    KV_FUZZ_CHECK(!neededStore || HasToken(request) || request.find('%') != std::string::npos);
+    KV_FUZZ_CHECK(status != 200 && status != 201 && !HasToken(answer));
     return 0;
 }

@@ -19,11 +19,11 @@ bool IsSpace(char c) {
     return std::isspace(static_cast<unsigned char>(c)) != 0;
 }
 
-/// Whether replacing `what` by `with` comes to an end by itself: the text gets shorter, or it stays as long and moves
-/// one way in the order of texts, or what is put in has nothing of what is looked for.
+/// Whether replacing `what` by `with` comes to an end soon: the text gets shorter, or what is put in has nothing of what
+/// is looked for.
 bool ComesToAnEnd(const std::string& what, const std::string& with) {
     const bool isApart = with.find_first_of(what) == std::string::npos;
-    return !what.empty() && what != with && (with.size() <= what.size() || (isApart && with.size() < 20));
+    return !what.empty() && (with.size() < what.size() || (isApart && with.size() < 20));
 }
 
 void CheckReplacing(const std::string& what, const std::string& with, const std::string& text) {

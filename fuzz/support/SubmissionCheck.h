@@ -16,7 +16,8 @@ inline void CheckDraft(const kvhost::SubmissionDraft& draft, const kvhost::HostC
         return;
     }
     const kvhost::Submission& submission = draft.submission;
-    KV_FUZZ_CHECK(!submission.id.empty() && submission.id.size() <= 200 && IsVisible(submission.id));
+    KV_FUZZ_CHECK(!submission.id.empty() && submission.id.size() <= 200);
+    KV_FUZZ_CHECK(!kvhost::WhyNotAName(submission.id) && kvhost::IsUtf8(submission.id));
     KV_FUZZ_CHECK(config.carriers.count(submission.carrier) == 1);
     KV_FUZZ_CHECK(!submission.recipients.empty() &&
                   submission.recipients.size() <= static_cast<std::size_t>(config.limits.recipients));
