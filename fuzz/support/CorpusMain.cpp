@@ -1,7 +1,9 @@
 // Runs one fuzz target over its corpus and over changed copies of it, without a fuzzer: the same ones in the same order
 // every time, up to a number and for a second at most.
 //
-//     kvfuzz_TARGET CORPUS-FOLDER LAST-INPUT-FILE
+//     kvfuzz_TARGET CORPUS-FOLDER LAST-INPUT-FILE [SEED COUNT]
+//
+// With SEED and COUNT: over so many changed copies, others for every seed, however long it takes.
 //
 // The input that is under way always lies in the last-input file: it is what to look at when the program ends early.
 #include <fcntl.h>
@@ -25,9 +27,9 @@
 namespace {
 
 constexpr std::size_t kMostBytes = 4096;
-constexpr int kMostChanged = 5000;
+constexpr unsigned long kMostChanged = 5000;
 constexpr std::chrono::seconds kMostTime(1);
-constexpr unsigned kSeed = 20260301;
+constexpr unsigned long kSeed = 20260301;
 
 [[noreturn]] void Fail(const std::string& text) {
     std::fprintf(stderr, "%s\n", text.c_str());
@@ -68,7 +70,8 @@ private:
 /// Changes inputs; the numbers are the generator's own, which are the same on every platform.
 class Changer {
 public:
-    explicit Changer(const std::vector<std::string>& corpus) : m_corpus(corpus) {}
+    Changer(const std::vector<std::string>& corpus, unsigned long seed)
+        : m_corpus(corpus), m_random(static_cast<std::mt19937::result_type>(seed)) {}
 
     std::string Next() {
         std::string input = m_corpus[Below(m_corpus.size())];
@@ -116,7 +119,7 @@ private:
     }
 
     const std::vector<std::string>& m_corpus;
-    std::mt19937 m_random{kSeed};
+    std::mt19937 m_random;
 };
 
 std::vector<std::string> ReadCorpus(const char* folder) {
@@ -136,9 +139,12 @@ std::vector<std::string> ReadCorpus(const char* folder) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
-        Fail("usage: kvfuzz_TARGET CORPUS-FOLDER LAST-INPUT-FILE");
+    if (argc != 3 && argc != 5) {
+        Fail("usage: kvfuzz_TARGET CORPUS-FOLDER LAST-INPUT-FILE [SEED COUNT]");
     }
+    const bool isLong = argc == 5;
+    const unsigned long seed = isLong ? std::strtoul(argv[3], nullptr, 10) : kSeed;
+    const unsigned long count = isLong ? std::strtoul(argv[4], nullptr, 10) : kMostChanged;
     const std::vector<std::string> corpus = ReadCorpus(argv[1]);
     if (corpus.empty()) {
         Fail(std::string("expected files in the corpus, found none: ") + argv[1]);
@@ -148,13 +154,13 @@ int main(int argc, char** argv) {
     for (const std::string& input : corpus) {
         last.Run(input);
     }
-    Changer changer(corpus);
+    Changer changer(corpus, seed);
     const auto end = std::chrono::steady_clock::now() + kMostTime;
-    int changed = 0;
-    while (changed < kMostChanged && std::chrono::steady_clock::now() < end) {
+    unsigned long changed = 0;
+    while (changed < count && (isLong || std::chrono::steady_clock::now() < end)) {
         last.Run(changer.Next());
         ++changed;
     }
-    std::printf("%zu inputs of the corpus and %d changed ones\n", corpus.size(), changed);
+    std::printf("%zu inputs of the corpus and %lu changed ones\n", corpus.size(), changed);
     return 0;
 }
