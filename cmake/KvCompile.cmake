@@ -25,6 +25,9 @@ if(KV_SANITIZER)
 endif()
 
 if(KV_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "KV_FUZZ needs clang: use the preset \"fuzz\"")
+  endif()
   # What the fuzzers steer by: every edge that an input takes, and every comparison it meets.
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
