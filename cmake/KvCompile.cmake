@@ -23,3 +23,11 @@ if(KV_SANITIZER)
     add_compile_options(-fno-sanitize-recover=undefined -fno-sanitize=null,vptr)
   endif()
 endif()
+
+if(KV_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "KV_FUZZ needs clang: use the preset \"fuzz\"")
+  endif()
+  # What the fuzzers steer by: every edge that an input takes, and every comparison it meets.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -10,6 +10,7 @@
 #include "LogLevel.h"
 #include "RetryFields.h"
 #include "RunFields.h"
+#include "VisibleText.h"
 
 namespace kvhost {
 
@@ -25,7 +26,7 @@ toml::table Parse(const std::string& path) {
         return toml::parse_file(path);
     } catch (const toml::parse_error& error) {
         throw BadInput({Problem{path, error.source().begin.line, "",
-                                "expected TOML: " + std::string(error.description())}});
+                                "expected TOML: " + MakeVisible(error.description())}});
     }
 }
 

@@ -53,7 +53,7 @@ std::string PositiveText(std::int64_t value) {
 std::optional<Milliseconds> ParseDuration(std::string_view text) {
     std::int64_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || number < 0) {
+    if (error != std::errc() || text.front() == '-') {
         return std::nullopt;
     }
     const std::string_view unit = text.substr(static_cast<std::size_t>(end - text.data()));

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "VisibleText.h"
+
 namespace kvhost {
 
 namespace {
@@ -32,7 +34,7 @@ std::string SystemText(int error) {
 }
 
 std::string WhyNotRead(const std::string& path, int error) {
-    return "expected a readable file, \"" + path + "\": " + SystemText(error) +
+    return "expected a readable file, \"" + MakeVisible(path) + "\": " + SystemText(error) +
            (error == EACCES ? "; give this user the right to read it, or run the command as one who has it"
                             : "");
 }
@@ -112,7 +114,7 @@ std::optional<std::string> WhyNotAReadableFile(const std::string& path) {
         return WhyNotRead(path, errno);
     }
     if (!S_ISREG(info.st_mode)) {
-        return "expected a regular file, \"" + path + "\" is none";
+        return "expected a regular file, \"" + MakeVisible(path) + "\" is none";
     }
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor < 0) {

@@ -32,7 +32,7 @@ void RefuseUnfitFile(JsonFields& fields, const std::string& path) {
     }
     const std::string name = std::filesystem::path(path).filename().string();
     if (const auto wrong = WhyNotAnAttachmentName(name)) {
-        fields.Refuse("attachments", *wrong + "; rename \"" + path + "\"");
+        fields.Refuse("attachments", *wrong + "; rename \"" + MakeVisible(path) + "\"");
     }
 }
 

@@ -43,13 +43,11 @@ SecretMask::SecretMask(const std::vector<Account>& accounts) : m_vecAccounts(acc
         if (account.password.empty()) {
             continue;
         }
-        const std::string key = "-{" + account.user + "}-{";
-        Add({key + account.password + "}", key + kMasked + "}"});
-        Add({account.password, kMasked});
-        Add({AsInTraffic(account.password), kMasked});
-        Add({Base64(account.password), kMasked});
-        Add({Base64(PlainCredentials("", account)), kMasked});
-        Add({Base64(PlainCredentials(account.user, account)), kMasked});
+        Add({account.password});
+        Add({AsInTraffic(account.password)});
+        Add({Base64(account.password)});
+        Add({Base64(PlainCredentials("", account))});
+        Add({Base64(PlainCredentials(account.user, account))});
         AddEncoded(account.password);
     }
     for (std::vector<Secret>& secrets : m_arrSecrets) {
@@ -63,8 +61,8 @@ void SecretMask::AddEncoded(const std::string& password) {
     if (password.size() < kShortestWithin) {
         return;
     }
-    Add({Hex(password, "0123456789abcdef"), kMasked});
-    Add({Hex(password, "0123456789ABCDEF"), kMasked});
+    Add({Hex(password, "0123456789abcdef")});
+    Add({Hex(password, "0123456789ABCDEF")});
     for (std::size_t offset = 0; offset < 3; ++offset) {
         AddBase64Within(password, offset);
     }
@@ -76,7 +74,7 @@ void SecretMask::AddBase64Within(const std::string& password, std::size_t offset
     const std::size_t begin = (offset * 8 + 5) / 6;
     const std::size_t bits = (offset + password.size()) * 8;
     const std::string encoded = Base64(std::string(offset, '\0') + password);
-    Add({encoded.substr(begin, bits / 6 - begin), kMasked, offset != 0, bits % 6 != 0});
+    Add({encoded.substr(begin, bits / 6 - begin), offset != 0, bits % 6 != 0});
 }
 
 std::string SecretMask::Apply(std::string_view text) const {
@@ -87,7 +85,7 @@ std::string SecretMask::Apply(std::string_view text) const {
             if (secret->takesBefore && !masked.empty() && IsBase64(masked.back())) {
                 masked.pop_back();
             }
-            masked += secret->replacement;
+            masked += kMasked;
             text.remove_prefix(secret->text.size());
             if (secret->takesAfter && !text.empty() && IsBase64(text.front())) {
                 text.remove_prefix(1);

@@ -11,9 +11,10 @@ namespace kvhost {
 /// Replaces secrets in text that is logged or shown. Immutable after construction, hence thread-safe.
 ///
 /// Masked, for every account: the password anywhere, as it is, as the traffic lines render it, in base64 and in
-/// hexadecimal, also where it is a part of what was encoded; the base64 credentials of AUTH PLAIN (RFC 4616); and the
-/// password's place in a connection key "...-{user}-{password}". Of a password of fewer than four bytes the encoded
-/// forms are masked only where they stand for the password alone: a few characters occur by chance.
+/// hexadecimal, also where it is a part of what was encoded; and the base64 credentials of AUTH PLAIN (RFC 4616). So
+/// it is in a connection key "...-{user}-{password}", in its place and in a user name that it is a part of. Of a
+/// password of fewer than four bytes the encoded forms are masked only where they stand for the password alone: a few
+/// characters occur by chance.
 class SecretMask {
 public:
     struct Account {
@@ -32,7 +33,6 @@ public:
 private:
     struct Secret {
         std::string text;
-        std::string replacement;
         bool takesBefore = false;  ///< the base64 character before belongs to the secret in part
         bool takesAfter = false;   ///< and so does the one behind
     };

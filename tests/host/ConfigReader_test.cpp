@@ -123,6 +123,10 @@ TEST_F(ConfigReaderTest, MalformedTomlIsRefusedWithItsLine) {
                 testing::StartsWith("kvhost.toml:2: expected TOML: "));
 }
 
+TEST_F(ConfigReaderTest, MalformedTomlIsToldInVisibleText) {
+    EXPECT_THAT(FaultOf("key = n\a\n"), testing::Not(testing::HasSubstr("\a")));
+}
+
 TEST_F(ConfigReaderTest, AMissingFileIsRefused) {
     try {
         ReadConfig(m_folder.file("none.toml"));

@@ -105,6 +105,12 @@ TEST(InputChecksTest, AMissingFileIsNotReadable) {
               "expected a readable file, \"" + folder.file("none") + "\": No such file or directory");
 }
 
+TEST(InputChecksTest, APathIsNamedInOneVisibleLine) {
+    EXPECT_EQ(
+        WhyNotAReadableFile("/none/\x1b[2J\nkvhost: all is well"),
+        "expected a readable file, \"/none/<ESC>[2J<LF>kvhost: all is well\": No such file or directory");
+}
+
 TEST(InputChecksTest, AFolderOrAPipeIsNoRegularFile) {
     const kvtest::TempDir folder;
     ASSERT_EQ(::mkfifo(folder.file("pipe").c_str(), 0600), 0);

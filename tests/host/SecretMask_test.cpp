@@ -22,6 +22,11 @@ TEST(SecretMaskTest, ThePasswordInAConnectionKeyIsMasked) {
     EXPECT_EQ(mask.Apply("{7}-{mx1:25}-{2}-{u}-{p}"), "{7}-{mx1:25}-{2}-{u}-{[masked]}");
 }
 
+TEST(SecretMaskTest, APasswordThatIsAPartOfTheUserNameIsMaskedInAConnectionKeyToo) {
+    const SecretMask mask(Accounts{{"pager7", "pager"}});
+    EXPECT_EQ(mask.Apply("{7}-{mx}-{1}-{pager7}-{pager}"), "{7}-{mx}-{1}-{[masked]7}-{[masked]}");
+}
+
 TEST(SecretMaskTest, Base64OfThePasswordIsMasked) {
     const SecretMask mask(Accounts{{"kv", "hunter2"}});
     EXPECT_EQ(mask.Apply("<= aHVudGVyMg==<CR><LF>"), "<= [masked]<CR><LF>");
