@@ -55,8 +55,8 @@ CONNECTING = ("greeting", "EHLO", "STARTTLS", "AUTH", "credentials")
 class Wildness:
     """How a server behaves."""
 
-    connecting: float = 0.03       # share of the replies before the first mail that are faults
-    mailing: float = 0.02          # and of the others
+    connecting: float = 0.05       # share of the replies before the first mail that are faults
+    mailing: float = 0.04          # and of the others
     late_connecting: float = 0.2   # seconds at most: the driver connects on the thread that hands everything over
     late_mailing: float = 3.0
     mechanisms: str = ""           # of AUTH; none is offered when empty

@@ -40,10 +40,10 @@ from vitals import Vitals, draw
 
 SEED = 20261122
 SINKS = 8                 # the last two want TLS and AUTH
-WILD_SHARE = 0.05         # of the jobs
 TOKEN = "token-of-the-soak-0123456789"
 PASSWORDS = ("first-password", "second-password")   # of the sinks with AUTH: each reload takes the other one
-PARTS = {"submit": 1200, "sample": 240, "reload": 60, "kill": 40, "restart": 40}   # how often in the whole run
+# How often in the whole run, and the seconds between two that there are at least.
+PARTS = {"submit": (1200, 0.2), "sample": (240, 0.1), "reload": (60, 0.5), "kill": (40, 0.8), "restart": (40, 1.5)}
 BODIES = ("Pump %d: pressure is low.\n", "Line one of %d\n.\nbehind a lone dot\n", "Über %d: Druck zu niedrig\n")
 
 
@@ -146,8 +146,9 @@ def carrier(name, port, security, ca_file, password):
 class Jobs:
     """Jobs by number: which carrier each has, and what is submitted. The recipient names the job in the servers' records."""
 
-    def __init__(self, setting):
+    def __init__(self, setting, wild_share):
         self.choice = random.Random(SEED)
+        self.wild_share = wild_share
         self.calm = [sink.name for sink in setting.sinks]
         self.wild = list(setting.wild)
         self.carriers = []
@@ -156,7 +157,7 @@ class Jobs:
         return [self.one(len(self.carriers) + 1) for _ in range(count)]
 
     def one(self, number):
-        name = self.choice.choice(self.wild if self.choice.random() < WILD_SHARE else self.calm)
+        name = self.choice.choice(self.wild if self.choice.random() < self.wild_share else self.calm)
         self.carriers.append(name)
         job = {"id": f"soak-{number}", "carrier": name, "subject": f"soak-{number}",
                "recipient": f"ops{number}@example.org",
@@ -178,7 +179,7 @@ class Soak:
         self.host = host
         self.setting = setting
         self.arguments = arguments
-        self.jobs = Jobs(setting)
+        self.jobs = Jobs(setting, arguments.wild)
         self.vitals = None
         self.counts = collections.Counter()
         self.edition = 0
@@ -193,7 +194,8 @@ class Soak:
         while (elapsed := time.monotonic() - begin) < self.arguments.seconds:
             for name in [name for name, at in due.items() if at <= elapsed]:
                 getattr(self, name)(elapsed)
-                due[name] = max(elapsed, due[name] + self.arguments.seconds / PARTS[name])
+                times, least = PARTS[name]
+                due[name] = max(elapsed, due[name] + max(self.arguments.seconds / times, least))
             time.sleep(max(0, min(min(due.values()) - (time.monotonic() - begin), 0.1)))  # the pace is what is tested here
         self.submit(self.arguments.seconds)
         self.counts["in_time"] = self.ended()
@@ -292,6 +294,8 @@ class Audit:
         self.faults = []
         self.figures = collections.Counter()
         self.arrivals = collections.defaultdict(list)   # job number -> (carrier, answer)
+
+    def check(self):
         self.collect()
         self.check_jobs()
         self.check_store()
@@ -370,6 +374,42 @@ class Audit:
         self.figures["attempts"] = attempts
 
 
+# A job's state, reason and arrivals, and what the audit has to say to it; mark 7 is a refusal for good, 8 is none.
+KNOWN_CASES = (
+    ("delivered", "", (YES,), ""),
+    ("delivered", "", (NO, YES), ""),
+    ("delivered", "", (PERHAPS, PERHAPS), ""),
+    ("delivered", "", (), "delivered, and never taken"),
+    ("delivered", "", (YES, YES), "was taken again"),
+    ("delivered", "", (NO,), "no server said so"),
+    ("failed", "5.3.0 Never, fault-7", (), ""),
+    ("failed", "5.3.0 Never, fault-7", (NO,), ""),
+    ("failed", "5.3.0 Never, fault-7", (YES,), "failed, and was taken"),
+    ("failed", "4.3.0 Not now, fault-8", (), "no server refused it for good"),
+    ("failed", "Socket is closed", (), "no server refused it for good"),
+    ("queued", "", (), "is queued"),
+    ("in doubt", "", (PERHAPS,), "is in doubt"),
+)
+
+
+def check_self():
+    """Shows that the audit finds what it is there to find, and that growth does not pass."""
+    bad = []
+    for state, reason, answers, expected in KNOWN_CASES:
+        audit = Audit(argparse.Namespace(setting=argparse.Namespace(record=argparse.Namespace(lasting={7: "MAIL"}))))
+        audit.check_job("soak-1", state, reason, [("wild", answer) for answer in answers], "wild", set())
+        if bool(audit.faults) != bool(expected) or not all(expected in fault for fault in audit.faults):
+            bad.append(f"{state}, {answers}: {audit.faults}")
+    for growth, holds in ((0.0, True), (0.5, False)):
+        vitals = Vitals(None, 0)
+        vitals.samples = [{"rss_mib": 20 + number * growth, "descriptors": 30 + number * growth,
+                           "threads": 20 + number * growth} for number in range(100)]
+        if any(verdict["holds"] != holds for verdict in vitals.verdict().values()):
+            bad.append(f"growth of {growth} a sample: {vitals.verdict()}")
+    print("\n".join(bad) or "every known case is told as it should be")
+    return 1 if bad else 0
+
+
 def figures_of(soak, audit, slack):
     record = soak.setting.record
     samples = soak.vitals.samples
@@ -423,6 +463,7 @@ def run(arguments, folder):
             print(f"FAULT: {error}\nstates: {host.counts()}\n{host.said()}")
             return 1
         audit = Audit(soak)
+        audit.check()
     figures = figures_of(soak, audit, arguments.slack)
     tell(figures)
     if arguments.out:
@@ -436,14 +477,20 @@ def run(arguments, folder):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--bin", required=True, help="folder of kvhost, kvsink and the driver")
+    parser.add_argument("--bin", help="folder of kvhost, kvsink and the driver")
+    parser.add_argument("--self-check", action="store_true", help="show that the audit finds what is wrong, and end")
     parser.add_argument("--seconds", type=float, default=1200, help="how long jobs come in and servers misbehave")
     parser.add_argument("--jobs", type=int, help="how many; 500000 in 1200 seconds, by default")
+    parser.add_argument("--wild", type=float, default=0.05, help="share of the jobs for the servers with faults")
     parser.add_argument("--limit", type=float, default=3600, help="seconds after that in which all jobs have to end")
     parser.add_argument("--slack", type=float, default=0, help="MiB by which the memory may grow besides")
     parser.add_argument("--out", help="folder for soak.json and soak.svg")
     parser.add_argument("--keep", help="folder for store, logs and journals, which is then left there")
     arguments = parser.parse_args()
+    if arguments.self_check:
+        return check_self()
+    if not arguments.bin:
+        parser.error("--bin is needed")
     if arguments.jobs is None:
         arguments.jobs = round(500000 * arguments.seconds / 1200)
     if arguments.keep:
