@@ -12,7 +12,8 @@ namespace kvhost {
 ///
 /// Masked, for every account: the password anywhere, as it is, as the traffic lines render it, in base64 and in
 /// hexadecimal, also where it is a part of what was encoded; the base64 credentials of AUTH PLAIN (RFC 4616); and the
-/// password's place in a connection key "...-{user}-{password}". Of a password of fewer than four bytes the encoded
+/// password's place in a connection key "...-{user}-{password}"; and each of these as it stands in a URL (RFC 3986 2.1)
+/// or in a form that is sent by a browser. Of a password of fewer than four bytes the encoded
 /// forms are masked only where they stand for the password alone: a few characters occur by chance.
 class SecretMask {
 public:
@@ -38,6 +39,7 @@ private:
     };
 
     void Add(const Secret& secret);
+    void AddOne(const Secret& secret);
     void AddEncoded(const std::string& password);
     void AddBase64Within(const std::string& password, std::size_t offset);
     const Secret* FindAt(std::string_view text) const;
