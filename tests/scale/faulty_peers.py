@@ -96,6 +96,14 @@ class FaultRecord:
         return text % self.refusals
 
 
+def place_of_cut(step, reply):
+    """Anywhere in the reply; but what is left of a reply to RCPT must not read as a refusal. The driver reads it after it
+    has sent DATA, and gives up: the server, which waits for a text then, takes the next mail, its commands included, for
+    that text, and never answers them. The driver waits its minute for each reply and counts that mail as delivered."""
+    places = [place for place in range(1, len(reply)) if step != "RCPT" or reply[place:place + 1] not in (b"4", b"5")]
+    return random.choice(places)
+
+
 class Over(Exception):
     """The server ends the connection."""
 
@@ -289,7 +297,7 @@ class FaultySession(Session):
             self.is_out_of_step = True
         elif fault == "cut in two":
             self.is_out_of_step = True
-            place = random.randrange(1, len(usual))
+            place = place_of_cut(step, usual)
             await self.send(usual[:place])
             await asyncio.sleep(random.uniform(0.001, 0.03))
             usual = usual[place:]
