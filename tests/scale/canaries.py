@@ -146,7 +146,7 @@ class Canaries:
     def make_jobs(self):
         jobs = []
         for name, (share, _, _, fields) in CARRIERS.items():
-            for number in range(max(3, round(share * self.arguments.jobs))):
+            for number in range(max(6, round(share * self.arguments.jobs))):
                 jobs.append({"id": f"{name}-{number}", "carrier": name, "recipient": f"{name}{number}@example.org",
                              "subject": "Boiler", "text": "The boiler is cold.",
                              **{field: f"{self.arguments.patience}s" if value is PATIENCE else value
@@ -267,7 +267,7 @@ unclear_attempts = 2
 
     def crash(self):
         """SIGKILL while jobs are with the driver. What it leaves behind is kept as it is."""
-        wait_until(lambda: self.handed_over("doubt") > 0, self.arguments.limit, "jobs under way", self.host.check_alive, 0.02)
+        wait_until(lambda: self.handed_over("doubt") > 1, self.arguments.limit, "jobs under way", self.host.check_alive, 0.02)
         self.host.kill()
         shutil.copytree(self.host.store, self.folder.path / "left-by-the-kill", ignore=shutil.ignore_patterns("doorbell"))
         for peer in self.peers.peers.values():
