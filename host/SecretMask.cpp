@@ -1,6 +1,7 @@
 #include "SecretMask.h"
 
 #include <algorithm>
+#include <set>
 
 #include "Base64.h"
 #include "KvCoreHelpers.h"
@@ -11,8 +12,10 @@ namespace {
 
 constexpr const char* kMasked = "[masked]";
 constexpr std::size_t kShortestWithin = 4;
+constexpr const char* kLowerDigits = "0123456789abcdef";
+constexpr const char* kUpperDigits = "0123456789ABCDEF";
 
-std::string Hex(const std::string& data, const char* digits) {
+std::string Hex(std::string_view data, const char* digits) {
     std::string hex;
     for (const char c : data) {
         const auto byte = static_cast<unsigned char>(c);
@@ -24,6 +27,40 @@ std::string Hex(const std::string& data, const char* digits) {
 
 bool IsBase64(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/';
+}
+
+/// True for the characters that need no encoding in a URL (RFC 3986 2.3).
+bool IsUnreserved(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
+           std::string_view("-._~").find(c) != std::string_view::npos;
+}
+
+/// `text` as it stands in a URL. A path may keep its slashes; a form has a plus for each blank.
+std::string InUrl(std::string_view text, const char* digits, bool keepsSlashes, bool isForm) {
+    std::string encoded;
+    for (const char c : text) {
+        if (IsUnreserved(c) || (keepsSlashes && c == '/')) {
+            encoded += c;
+        } else if (isForm && c == ' ') {
+            encoded += '+';
+        } else {
+            encoded += "%" + Hex(std::string_view(&c, 1), digits);
+        }
+    }
+    return encoded;
+}
+
+/// Every way in which `text` may stand in a URL, but for `text` itself.
+std::set<std::string> AllInUrl(const std::string& text) {
+    std::set<std::string> all;
+    for (const char* const digits : {kUpperDigits, kLowerDigits}) {
+        for (const bool keepsSlashes : {false, true}) {
+            all.insert(InUrl(text, digits, keepsSlashes, false));
+            all.insert(InUrl(text, digits, keepsSlashes, true));
+        }
+    }
+    all.erase(text);
+    return all;
 }
 
 std::string AsInTraffic(std::string text) {
@@ -61,8 +98,8 @@ void SecretMask::AddEncoded(const std::string& password) {
     if (password.size() < kShortestWithin) {
         return;
     }
-    Add({Hex(password, "0123456789abcdef")});
-    Add({Hex(password, "0123456789ABCDEF")});
+    Add({Hex(password, kLowerDigits)});
+    Add({Hex(password, kUpperDigits)});
     for (std::size_t offset = 0; offset < 3; ++offset) {
         AddBase64Within(password, offset);
     }
@@ -99,6 +136,13 @@ std::string SecretMask::Apply(std::string_view text) const {
 }
 
 void SecretMask::Add(const Secret& secret) {
+    AddOne(secret);
+    for (const std::string& text : AllInUrl(secret.text)) {
+        AddOne({text, secret.takesBefore, secret.takesAfter});
+    }
+}
+
+void SecretMask::AddOne(const Secret& secret) {
     m_arrSecrets[static_cast<unsigned char>(secret.text.front())].push_back(secret);
 }
 

@@ -11,10 +11,10 @@ namespace kvhost {
 /// Replaces secrets in text that is logged or shown. Immutable after construction, hence thread-safe.
 ///
 /// Masked, for every account: the password anywhere, as it is, as the traffic lines render it, in base64 and in
-/// hexadecimal, also where it is a part of what was encoded; and the base64 credentials of AUTH PLAIN (RFC 4616). So
-/// it is in a connection key "...-{user}-{password}", in its place and in a user name that it is a part of. Of a
-/// password of fewer than four bytes the encoded forms are masked only where they stand for the password alone: a few
-/// characters occur by chance.
+/// hexadecimal, also where it is a part of what was encoded; the base64 credentials of AUTH PLAIN (RFC 4616); and each
+/// of these as it stands in a URL (RFC 3986 2.1) or in a form that is sent by a browser. So it is in a connection key
+/// "...-{user}-{password}", in its place and in a user name that it is a part of. Of a password of fewer than four bytes
+/// the encoded forms are masked only where they stand for the password alone: a few characters occur by chance.
 class SecretMask {
 public:
     struct Account {
@@ -38,6 +38,7 @@ private:
     };
 
     void Add(const Secret& secret);
+    void AddOne(const Secret& secret);
     void AddEncoded(const std::string& password);
     void AddBase64Within(const std::string& password, std::size_t offset);
     const Secret* FindAt(std::string_view text) const;

@@ -95,7 +95,7 @@ void SendCommand::RegisterLimits(CLI::App& app) {
 int SendCommand::Run() {
     const HostConfig config = LoadConfig();
     const std::vector<Job> jobs = LoadJobs(config);
-    Result result;
+    Result result{{}, {}, {}, MaskFor(config)};
     result.report.carrierProblems = config.problems;
     const Batch batch(jobs, config, result.outcomes);
     if (!batch.Jobs().empty()) {
@@ -138,7 +138,7 @@ std::vector<Job> SendCommand::LoadJobs(const HostConfig& config) const {
 void SendCommand::Deliver(const HostConfig& config, const Batch& batch, Result& result) const {
     SignalWatch signals;
     const bool showsProgress = ShowsProgress(config);
-    LogSink log(OpenLog(config.logLevel, config.logFile, showsProgress), MaskFor(config));
+    LogSink log(OpenLog(config.logLevel, config.logFile, showsProgress), result.secrets);
     ProgressLine progress(std::cerr, showsProgress);
     DriverLibrary library(config.driver);
     Delivery delivery(library, batch, result.outcomes, log, config.driverSettings, Limits());
@@ -158,7 +158,7 @@ void SendCommand::NoteEnd(Delivery::End end, const Delivery& delivery, Result& r
     result.report.driver = delivery.DriverDescription();
     result.report.error = end == Delivery::End::Stuck
                               ? "the driver does not return; ending without its clean-up"
-                              : delivery.Error();
+                              : result.secrets.Apply(delivery.Error());
     if (!result.report.error.empty()) {
         TellFault(result.report.error);
     }
@@ -168,6 +168,9 @@ int SendCommand::Conclude(Result& result) const {
     RunReport& report = result.report;
     result.outcomes.Close();
     report.outcomes = result.outcomes.All();
+    for (Outcome& outcome : report.outcomes) {
+        outcome.reason = result.secrets.Apply(outcome.reason);
+    }
     report.tally = result.outcomes.Count();
     report.exitStatus = ExitStatus(report.tally, !report.carrierProblems.empty() || !result.isDriverUsable);
     return WriteReport(result) ? report.exitStatus : std::max(report.exitStatus, kExitSomeFailed);

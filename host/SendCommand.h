@@ -41,6 +41,7 @@ private:
         Outcomes outcomes;
         RunReport report;
         ReportOutput output;
+        SecretMask secrets;  ///< for what the driver says: a server may repeat what it was told
         bool isDriverUsable = true;
     };
 

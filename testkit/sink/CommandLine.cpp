@@ -29,6 +29,7 @@ void addWhereAndWhat(CLI::App& app, Raw& raw) {
     app.add_option("--port-file", raw.result.portFile, "FILE that receives the port once it is bound");
     app.add_option("--maildir", options.maildir, "DIRECTORY where each mail is stored as an .eml file");
     app.add_flag("--count-only", raw.countOnly, "Count mails and store nothing");
+    app.add_option("--journal", options.journal, "FILE that gets a line for each mail that is taken");
     app.add_flag("--quiet", raw.result.quiet, "Print the address and the final summary only");
 }
 

@@ -19,6 +19,8 @@ struct Options {
     std::string listen = "127.0.0.1:0";
     /// Where each mail is stored as an .eml file; empty: mails are counted only.
     std::string maildir;
+    /// A file that gets a line for each mail that is taken; empty: none.
+    std::string journal;
 
     /// STARTTLS is offered when certFile and keyFile (PEM), or else selfSignedDir, are set.
     std::string certFile;

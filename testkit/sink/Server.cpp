@@ -45,6 +45,9 @@ struct Server::Running {
         if (!options.maildir.empty()) {
             service.store = &store.emplace(options.maildir);
         }
+        if (!options.journal.empty()) {
+            service.journal = &journal.emplace(options.journal);
+        }
         loop.emplace(service, listener, stopSignal.get());
         thread = startWithSignalsBlocked([this] { loop->run(); });
     }
@@ -52,6 +55,7 @@ struct Server::Running {
     Listener listener;
     std::optional<TlsContext> tls;
     std::optional<MailStore> store;
+    std::optional<Journal> journal;
     Service service;
     FileDescriptor stopSignal;
     std::optional<EventLoop> loop;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Counters.h"
+#include "Journal.h"
 #include "MailStore.h"
 #include "Options.h"
 #include "TlsContext.h"
@@ -11,8 +12,9 @@ namespace kvsink {
 struct Service {
     const Options& options;
     Counters& counters;
-    MailStore* store = nullptr;       ///< null: mails are counted only
-    const TlsContext* tls = nullptr;  ///< null: no STARTTLS
+    MailStore* store = nullptr;        ///< null: mails are counted only
+    const Journal* journal = nullptr;  ///< null: mails are not noted
+    const TlsContext* tls = nullptr;   ///< null: no STARTTLS
 };
 
 }  // namespace kvsink

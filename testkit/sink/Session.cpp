@@ -374,6 +374,9 @@ void Session::acceptMail(std::string& out) const {
     try {
         const bool keep = m_service.store != nullptr;
         const std::string number = keep ? m_service.store->store(m_envelope, origin(), m_content) : "";
+        if (m_service.journal != nullptr) {
+            m_service.journal->note(m_envelope, origin().protocol);
+        }
         m_service.counters.countMail(m_envelope.recipients.size());
         reply(out, keep ? "250 2.0.0 Stored as " + number : "250 2.0.0 Counted");
     } catch (const std::system_error&) {

@@ -70,6 +70,19 @@ TEST(SecretMaskTest, HexadecimalOfThePasswordIsMasked) {
     EXPECT_EQ(mask.Apply("<68756e3a657232> <68756E3A657232>"), "<[masked]> <[masked]>");
 }
 
+TEST(SecretMaskTest, ThePasswordInAUrlIsMasked) {
+    const SecretMask mask(Accounts{{"kv", "h/n er@"}});
+    EXPECT_EQ(mask.Apply("?p=h%2Fn%20er%40&h%2fn%20er%40"), "?p=[masked]&[masked]");
+    EXPECT_EQ(mask.Apply("/h/n%20er%40 h%2Fn+er%40 h/n+er%40"), "/[masked] [masked] [masked]");
+}
+
+TEST(SecretMaskTest, EncodedFormsInAUrlAreMasked) {
+    const SecretMask mask(Accounts{{"kv", "hunter2"}, {"kv", "i>?>o"}});
+    EXPECT_EQ(mask.Apply("AGt2AGh1bnRlcjI%3D"), "[masked]");
+    EXPECT_EQ(mask.Apply("aT4%2FPm8%3D aT4%2fPm8%3d"), "[masked] [masked]");
+    EXPECT_EQ(mask.Apply("-%7Bkv%7D-%7Bhunter2%7D"), "-{kv}-{[masked]}");
+}
+
 TEST(SecretMaskTest, AShortPasswordIsNotLookedForInEncodedText) {
     const SecretMask mask(Accounts{{"kv", "abc"}});
     EXPECT_EQ(mask.Apply("616263 YWJjLi4u"), "616263 [masked]Li4u");  // the latter is base64 of the whole

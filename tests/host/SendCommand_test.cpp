@@ -237,6 +237,16 @@ TEST_F(SendCommandTest, SecretsAreMaskedInTheLog) {
     EXPECT_EQ(Error(), "");
 }
 
+TEST_F(SendCommandTest, ASecretThatAServerRepeatsIsMaskedInEveryReport) {
+    const std::string file = m_folder.file("report.json");
+    EXPECT_EQ(
+        Run(Job("a", "fail not with hunter2") + Job("b", "fail AGt2AGh1bnRlcjI="), {"--json-file", file}), 1);
+    EXPECT_THAT(Output(), HasSubstr("not with [masked]"));
+    const auto document = nlohmann::json::parse(std::ifstream(file));
+    EXPECT_EQ(document["outcomes"][0]["reason"], "not with [masked]");
+    EXPECT_EQ(document["outcomes"][1]["reason"], "[masked]");
+}
+
 TEST_F(SendCommandTest, VerboseTellsTheSteps) {
     EXPECT_EQ(Run(Job("a", "complete"), {"--verbose"}), 0);
     EXPECT_THAT(Error(), HasSubstr("kvhost driver: FAKE 9.9, No Protocol\n"));

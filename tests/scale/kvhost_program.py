@@ -22,15 +22,19 @@ class Kvhost:
         self.store = self.folder / "store"
         self.daemon = None
 
-    def configure(self, text):
+    def configure(self, text, level="warning"):
         head = f'store = "{self.store}"\n'
-        log = f'[log]\nlevel = "warning"\nfile = "{self.folder / "kvhost.log"}"\n'
+        log = f'[log]\nlevel = "{level}"\nfile = "{self.folder / "kvhost.log"}"\n'
         self.config.write_text(head + log + text, encoding="utf-8")
 
     def command(self, *arguments, timeout=600):
         """Runs a command to its end; answers exit status, standard output and standard error."""
-        done = subprocess.run([self.binaries / "kvhost", *arguments[:1], "--config", self.config, *arguments[1:]],
-                              capture_output=True, text=True, timeout=timeout, check=False)
+        return self.spawn(*arguments, "--config", self.config, timeout=timeout)
+
+    def spawn(self, *arguments, timeout=600):
+        """The same with a configuration that the arguments name."""
+        done = subprocess.run([self.binaries / "kvhost", *arguments], capture_output=True, text=True, timeout=timeout,
+                              check=False)
         return done.returncode, done.stdout, done.stderr
 
     def submit(self, lines, name):
@@ -48,9 +52,9 @@ class Kvhost:
         return took
 
     def start(self):
-        with (self.folder / "run.err").open("ab") as errors:
+        with (self.folder / "run.out").open("ab") as output, (self.folder / "run.err").open("ab") as errors:
             self.daemon = subprocess.Popen([self.binaries / "kvhost", "run", "--config", self.config],
-                                           stdout=subprocess.DEVNULL, stderr=errors)
+                                           stdout=output, stderr=errors)
 
     def check_alive(self):
         if self.daemon.poll() is not None:

@@ -141,6 +141,8 @@ class Session:
 class Peer:
     """One server: it opens and closes its port as its behaviour says."""
 
+    session = Session
+
     def __init__(self, name, behaviour, record):
         self.name = name
         self.behaviour = behaviour
@@ -175,9 +177,9 @@ class Peer:
     async def serve(self, reader, writer):
         self.writers.add(writer)
         try:
-            await Session(self, reader, writer).run()
-        except (ConnectionError, asyncio.IncompleteReadError, RuntimeError):
-            pass
+            await self.session(self, reader, writer).run()
+        except (OSError, asyncio.IncompleteReadError, RuntimeError, asyncio.CancelledError):
+            pass  # the client has gone, or the servers end
         finally:
             self.writers.discard(writer)
             writer.close()
@@ -190,9 +192,9 @@ class SmtpPeers:
             peers.port("relay")
     """
 
-    def __init__(self, behaviours):
-        self.record = Record()
-        self.peers = {name: Peer(name, behaviour, self.record) for name, behaviour in behaviours.items()}
+    def __init__(self, behaviours, record=None, peer=Peer):
+        self.record = record or Record()
+        self.peers = {name: peer(name, behaviour, self.record) for name, behaviour in behaviours.items()}
         self.loop = asyncio.new_event_loop()
         self.opened = threading.Event()
         self.thread = threading.Thread(target=self.run, daemon=True)
@@ -206,6 +208,10 @@ class SmtpPeers:
             peer.started = time.monotonic()
         for peer in self.peers.values():
             asyncio.run_coroutine_threadsafe(peer.live(), self.loop)
+
+    def call(self, name, action):
+        """Begins an action, given as a coroutine of the server of that name."""
+        asyncio.run_coroutine_threadsafe(action(self.peers[name]), self.loop)
 
     def __enter__(self):
         self.thread.start()

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "KvEmailDriver.h"
+#include "RecordingLog.h"
 #include "system/EngineDoubles.h"
 #include "system/ExpectedMail.h"
 #include "system_faults/Waits.h"
@@ -70,6 +71,42 @@ TEST(KvEmailDriverTimeoutTest, EveryStepOfASilentServerPassesAndTheMailCountsAsS
               "RCPT TO: <bob@example.org>\r\n"
               "DATA\r\n" +
                   SimpleMessage + ".\r\n");
+}
+
+/// A log that lets the server go on once the engine has read what came before.
+class TurnByTurn : public kvtest::RecordingLog {
+public:
+    void LogTrace(const std::string& text, int line, const char* file) override {
+        RecordingLog::LogTrace(text, line, file);
+        if (text == "=> 2") {
+            m_restOfRcpt.open();
+        } else if (text == "=> 50 2.1.5 Ok<CR><LF>") {
+            m_replyToData.open();
+        }
+    }
+    kvtest::Gate m_restOfRcpt;
+    kvtest::Gate m_replyToData;
+};
+
+// The engine gives up when DATA is sent, and the server waits for a text from then on.
+TEST(KvEmailDriverTimeoutTest, AReplyToRcptWhoseRestReadsAsARefusalLosesTheNextMailInTheTextOfThisOne) {
+    TurnByTurn log;
+    ScriptedSmtpServer server;
+    server.on("RCPT").reply(Reply("250 2.1.5 Ok\r\n").split({1}).restHeldBy(log.m_restOfRcpt));
+    server.on("DATA").reply(Reply("354 Go on\r\n").heldBy(log.m_replyToData));
+    OpenEngine engine(&log);
+    engine.connectTo(server);
+    EXPECT_EQ(SmtpErrorOf([&] {
+                  engine.SendMail("ann@example.org", {"bob@example.org"}, "First", "one", {});
+              }).m_strError,
+              ".1.5 Ok\r\n");
+    EXPECT_TRUE(engine.IsAlive());  // by the reply to DATA
+    const EndedWaits waits(EndedWaits::How::Expired);
+    engine.SendMail("ann@example.org", {"eve@example.org"}, "Second", "two", {});
+    EXPECT_EQ(waits.timeouts(), Milliseconds(4, 60000));  // MAIL, RCPT, DATA, end of data
+    ASSERT_TRUE(server.waitForTransactions(1));
+    EXPECT_EQ(server.transactions()[0].recipientAddresses(), std::vector<std::string>{"bob@example.org"});
+    EXPECT_THAT(server.transactions()[0].data, testing::HasSubstr("RCPT TO: <eve@example.org>\r\nDATA\r\n"));
 }
 
 TEST(KvEmailDriverTimeoutTest, TheReplyToTheQuitOfASingleShotIsNotWaitedFor) {

@@ -6,6 +6,7 @@
 
 #include "SinkClient.h"
 #include "sink/Server.h"
+#include "sink/StartError.h"
 
 using namespace std::chrono_literals;
 using sinktest::SinkClient;
@@ -70,6 +71,31 @@ TEST_F(SinkServerTest, StoresALargeMailByteForByte) {
     EXPECT_EQ(deliver(client, content), "250 2.0.0 Stored as 0000000001\r\n");
     const std::string stored = sinktest::contentsOf(m_directory.file("mails/0000000001.eml"));
     EXPECT_TRUE(stored.ends_with(" +0000\r\n" + content));
+}
+
+TEST_F(SinkServerTest, TheJournalHasALineForEachMailAlsoOfAnEarlierServer) {
+    m_options.journal = m_directory.file("journal");
+    for (int i = 0; i < 2; ++i) {
+        begin();
+        SinkClient client(port());
+        EXPECT_EQ(deliver(client, "x\r\n"), "250 2.0.0 Counted\r\n");
+        m_server.reset();
+    }
+    const std::string line = "[0-9]+\tESMTP\ta@b.example\tc@d.example\n";
+    EXPECT_THAT(sinktest::contentsOf(m_options.journal), testing::MatchesRegex(line + line));
+}
+
+TEST_F(SinkServerTest, AJournalThatCannotBeOpenedIsToldAtTheStart) {
+    m_options.journal = m_directory.file("missing/journal");
+    EXPECT_THROW(begin(), kvsink::StartError);
+}
+
+TEST_F(SinkServerTest, AMailThatCannotBeNotedIsNotTaken) {
+    m_options.journal = "/dev/full";
+    begin();
+    SinkClient client(port());
+    EXPECT_EQ(deliver(client, "x\r\n"), "451 4.3.0 The mail could not be stored\r\n");
+    EXPECT_EQ(counts().mails, 0U);
 }
 
 TEST_F(SinkServerTest, FailureToStoreIsATemporaryFailure) {
