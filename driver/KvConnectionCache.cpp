@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "KvBoolText.h"
+#include "KvConnsOfDeleted.h"
 #include "KvLog.h"
 #include "KvSmartAsynProtocolDriverMultiThreaded.h"
 #include "KvconCriticalSection.h"
@@ -64,6 +65,12 @@ bool KvSmartAsynProtocolDriverMultiThreaded::ReleaseConnToCache(KvConn* conn) {
            "Leaving KvSmartAsynProtocolDriverMultiThreaded::ReleaseConnToCache() with %s.",
            KvBoolText(result));
     return result;
+}
+
+void KvSmartAsynProtocolDriverMultiThreaded::ReleaseConnOfDeleted(KvConn* conn) {
+    if (!ConnsOfDeleted::Collect(conn)) {
+        ReleaseConnToCache(conn);
+    }
 }
 
 auto KvSmartAsynProtocolDriverMultiThreaded::GetValidatedConnFromCache(KvConn* conn, const std::string& key,

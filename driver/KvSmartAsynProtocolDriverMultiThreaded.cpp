@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "KvBoolText.h"
+#include "KvConnsOfDeleted.h"
 #include "KvLog.h"
 #include "KvSmartProtocolDriverDelegateIface.h"
 #include "KvconException.h"
@@ -50,10 +51,14 @@ bool KvSmartAsynProtocolDriverMultiThreaded::SetupExt(KvMessengerInstConfBasic*)
 bool KvSmartAsynProtocolDriverMultiThreaded::CleanupExt() {
     KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriverMultiThreaded::SetupExt()");
     if (m_pThreadPool != nullptr) {
+        const ConnsOfDeleted waiting;
         m_pThreadPool->StopTasks();
         m_pThreadPool->Stop(kStopGraceMs);
         delete m_pThreadPool;
         m_pThreadPool = nullptr;
+        for (KvConn* const conn : waiting.All()) {
+            DeleteConnection(conn);
+        }
     }
     for (auto& [key, line] : m_mapConnCache) {
         for (KvConn* const conn : line.m_lstIdleConns) {

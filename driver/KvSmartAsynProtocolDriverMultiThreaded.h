@@ -71,6 +71,11 @@ public:
     /// Takes a connection back: idle from now on, or deleted when it is not valid. False for null. Thread-safe.
     bool ReleaseConnToCache(KvConn* conn);
 
+    /// Takes back the connection of a delegate that is deleted without having run to its end. As ReleaseConnToCache, but
+    /// for delegates that CleanupExt deletes: their connections are closed when the workers are gone. To wait for the
+    /// cache before would be to wait for a worker that makes a connection, for as long as its server likes.
+    void ReleaseConnOfDeleted(KvConn* conn);
+
     /// `conn` while it passes its test, else another one for `key`; null when there is none. Thread-safe.
     ///
     /// Compatibility: after a failed test it sleeps 200 ms while it holds the cache lock, which delays every
@@ -88,6 +93,7 @@ public:
 
 protected:
     class ConnInHand;
+    class ConnsOfDeleted;
 
     KvConn* TakeIdleConnection(ConnCacheLine& line);
     bool MakeRoomForKey(const std::string& key);

@@ -256,7 +256,7 @@ void KvSmartProtocolDriverDelegateIface::AbandonAll() {
     }
     m_vecMsgFileGroups.clear();
     if (m_pConn != nullptr) {
-        GiveUpConnection();
+        m_pDriver->ReleaseConnOfDeleted(std::exchange(m_pConn, nullptr));
     }
 }
 

@@ -2,7 +2,8 @@
 
 #include <string>
 
-/// The host's logging sink. Thread-safe: the driver calls it from every thread that it runs code on.
+/// The host's logging sink. Thread-safe: the driver calls it from every thread that it runs code on. A line for which an
+/// operation throws is lost; the exception goes no further.
 ///
 /// Each operation takes the formatted text, the source line and the source file name of the call site.
 /// The order of the five operations is the order of their slots; hosts are compiled against it.

@@ -15,6 +15,7 @@
 #include "KvCoreHelpers.h"
 #include "KvDescriptorSet.h"
 #include "KvEndSignals.h"
+#include "KvLog.h"
 #include "KvNonBlockingMode.h"
 #include "KvioException.h"
 
@@ -297,13 +298,15 @@ bool KvioSocket::SetEventHandler(KvioSocketEventHandler* handler) {
 
 void KvioSocket::LogReceived(const void* data, std::size_t size, int line, const char* source) {
     if (m_pEventLog != nullptr && size != 0) {
-        m_pEventLog->LogTrace(printfToString("=> %s", SafeText(data, size).c_str()), line, source);
+        KvWriteLog(*m_pEventLog, &KvLogInterface::LogTrace,
+                   printfToString("=> %s", SafeText(data, size).c_str()), line, source);
     }
 }
 
 void KvioSocket::LogSent(const void* data, std::size_t size, int line, const char* source) {
     if (m_pEventLog != nullptr && size != 0) {
-        m_pEventLog->LogTrace(printfToString("<= %s", SafeText(data, size).c_str()), line, source);
+        KvWriteLog(*m_pEventLog, &KvLogInterface::LogTrace,
+                   printfToString("<= %s", SafeText(data, size).c_str()), line, source);
     }
 }
 

@@ -1,5 +1,6 @@
 #include "LoopbackSocket.h"
 
+#include <linux/filter.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -78,6 +79,13 @@ void CloseWithReset(ScopedDescriptor& socket) {
     const linger hard{1, 0};
     setsockopt(socket.get(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
     socket.reset();
+}
+
+void DropWhatComes(const ScopedDescriptor& socket) {
+    sock_filter takeNothing = BPF_STMT(BPF_RET | BPF_K, 0);
+    const sock_fprog program{1, &takeNothing};
+    Require(setsockopt(socket.get(), SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program) == 0,
+            "setsockopt");
 }
 
 void SendAtOnce(const ScopedDescriptor& socket) {

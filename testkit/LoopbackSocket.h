@@ -19,6 +19,8 @@ ScopedDescriptor ConnectingSocket(int port, int flags = 0);
 void CloseWithFin(ScopedDescriptor& socket);
 /// Closes with RST.
 void CloseWithReset(ScopedDescriptor& socket);
+/// From now on nothing that the peer sends gets in, not even an acknowledgement.
+void DropWhatComes(const ScopedDescriptor& socket);
 /// Small writes go out at once (TCP_NODELAY).
 void SendAtOnce(const ScopedDescriptor& socket);
 

@@ -12,12 +12,14 @@ namespace kvtest {
 
 /// What the scripted server does once the bytes of a reply are sent.
 enum class Then {
-    Keep,            ///< goes on with the conversation
-    Close,           ///< closes: inside TLS the close notification first, then FIN
-    CloseAbruptly,   ///< FIN without the TLS close notification
-    Reset,           ///< RST
-    Stall,           ///< reads nothing and says nothing until stopped, cut, or left by the client
-    StartTls,        ///< does the server side of the TLS handshake
+    Keep,           ///< goes on with the conversation
+    Close,          ///< closes: inside TLS the close notification first, then FIN
+    CloseAbruptly,  ///< FIN without the TLS close notification
+    Reset,          ///< RST
+    HalfClose,      ///< FIN (in TLS without the close notification), and reads on until the client leaves
+    Stall,          ///< reads nothing and says nothing until stopped, cut, or left by the client
+    Vanish,    ///< as a host that has lost its power: not even acknowledges what comes, until stopped or cut
+    StartTls,  ///< does the server side of the TLS handshake
     StartTlsGarbage  ///< sends bytes that are no TLS record where the handshake is due, then stalls
 };
 
@@ -51,7 +53,9 @@ struct Reply {
     Reply& thenClose() { return followedBy(Then::Close); }
     Reply& thenCloseAbruptly() { return followedBy(Then::CloseAbruptly); }
     Reply& thenReset() { return followedBy(Then::Reset); }
+    Reply& thenHalfClose() { return followedBy(Then::HalfClose); }
     Reply& thenStall() { return followedBy(Then::Stall); }
+    Reply& thenVanish() { return followedBy(Then::Vanish); }
     Reply& thenStartTls() { return followedBy(Then::StartTls); }
     Reply& thenStartTlsGarbage() { return followedBy(Then::StartTlsGarbage); }
     Reply& followedBy(Then action);

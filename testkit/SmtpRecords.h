@@ -88,6 +88,7 @@ struct ConnectionRecord {
     std::string tlsError;
     std::string clientCertificate;  ///< subject of the client's certificate, such as "/CN=test client"
     bool closeNotified = false;     ///< the client sent the TLS close notification
+    bool vanished = false;          ///< nothing that the client sends gets in any more
     std::string scriptError;
     ConnectionEnd end = ConnectionEnd::Open;
 

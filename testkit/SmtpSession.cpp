@@ -278,7 +278,9 @@ void SmtpSession::perform(Then action) {
         case Then::Close:
         case Then::CloseAbruptly:
         case Then::Reset:
+        case Then::HalfClose:
         case Then::Stall:
+        case Then::Vanish:
             m_wire.endWith(action);
     }
 }

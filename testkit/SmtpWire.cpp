@@ -186,8 +186,23 @@ void SmtpWire::stall() {
                          Then::CloseAbruptly};
 }
 
+void SmtpWire::halfClose() {
+    m_limit.reset();
+    shutdown(m_socket.get(), SHUT_WR);
+    for (;;) {
+        receive();
+    }
+}
+
 void SmtpWire::endWith(Then action) {
-    if (action == Then::Stall) {
+    if (action == Then::HalfClose) {
+        halfClose();
+    }
+    if (action == Then::Vanish) {
+        DropWhatComes(m_socket);
+        m_recorder.change([&](auto& state) { state.connection(m_connection).vanished = true; });
+    }
+    if (action == Then::Stall || action == Then::Vanish) {
         stall();
     }
     throw ConnectionOver{action == Then::Reset ? ConnectionEnd::ServerReset : ConnectionEnd::ServerClosed,

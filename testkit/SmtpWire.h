@@ -62,7 +62,9 @@ public:
     void waitFor(const Gate& gate);
     /// Waits until the client leaves or the connection is cut.
     [[noreturn]] void stall();
-    /// For Close, CloseAbruptly, Reset and Stall.
+    /// Says no more, and reads until the client leaves or the connection is cut.
+    [[noreturn]] void halfClose();
+    /// For Close, CloseAbruptly, Reset, HalfClose, Stall and Vanish.
     [[noreturn]] void endWith(Then action);
 
     /// Closes the descriptor in the way that `over` tells.

@@ -56,7 +56,7 @@ int SilentListener::openConnections() const {
     return m_server->openConnections();
 }
 
-UnansweringPort::UnansweringPort() : m_listener(BoundSocket(0)), m_port(PortOf(m_listener)) {
+UnansweringPort::UnansweringPort(int port) : m_listener(BoundSocket(port)), m_port(PortOf(m_listener)) {
     Listen(m_listener, 0);
     do {
         m_queued.push_back(ConnectingSocket(m_port, SOCK_NONBLOCK));

@@ -44,7 +44,8 @@ private:
 /// A port whose queue is full: a connect to it neither succeeds nor fails while this lives. Immutable.
 class UnansweringPort {
 public:
-    UnansweringPort();
+    /// `port` 0 for a free one; else one that is free but for connections which are open on it.
+    explicit UnansweringPort(int port = 0);
     int port() const { return m_port; }
     std::string address() const;
 

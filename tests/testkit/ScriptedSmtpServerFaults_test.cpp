@@ -1,10 +1,15 @@
 #include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
 
+#include <cerrno>
 #include <chrono>
 #include <list>
 #include <system_error>
 #include <thread>
 
+#include "LoopbackSocket.h"
 #include "PlainSmtpClient.h"
 #include "ScriptedSmtpServer.h"
 
@@ -307,4 +312,31 @@ TEST(ScriptedSmtpServerFaultsTest, StopMayBeCalledTwiceAndLeavesTheRecords) {
     server.stop();
     EXPECT_EQ(server.acceptedConnections(), 1);
     EXPECT_EQ(server.connection().serverBytes(), "220 test.example ESMTP\r\n");
+}
+
+TEST(ScriptedSmtpServerFaultsTest, AHalfClosedConnectionIsReadToTheEnd) {
+    ScriptedSmtpServer server;
+    server.on("DATA").reply(Reply("354 go ahead\r\n").thenHalfClose());
+    PlainSmtpClient client(server.port());
+    Deliver(client);
+    EXPECT_EQ(client.waitForEnd(), End::Closed);
+    EXPECT_TRUE(client.send("more\r\n"));
+    client.close();
+    ASSERT_TRUE(server.waitForOpenConnections(0));
+    EXPECT_TRUE(server.connection().clientBytes().ends_with("more\r\n"));
+    EXPECT_EQ(server.connection().end, ConnectionEnd::ClientClosed);
+}
+
+TEST(ScriptedSmtpServerFaultsTest, AServerThatHasVanishedAcknowledgesNothing) {
+    ScriptedSmtpServer server;
+    server.on(step::Greeting).reply(Reply("220 here and gone\r\n").thenVanish());
+    const ScopedDescriptor client = ConnectingSocket(server.port());
+    char greeting[64];
+    ASSERT_GT(recv(client.get(), greeting, sizeof greeting, 0), 0);
+    const int limitMs = 100;
+    setsockopt(client.get(), IPPROTO_TCP, TCP_USER_TIMEOUT, &limitMs, sizeof limitMs);
+    ASSERT_TRUE(server.waitUntil([&] { return server.connection().vanished; }));
+    EXPECT_EQ(send(client.get(), "x", 1, MSG_NOSIGNAL), 1);
+    EXPECT_EQ(recv(client.get(), greeting, 1, 0), -1);
+    EXPECT_EQ(errno, ETIMEDOUT);
 }
