@@ -109,9 +109,16 @@ public:
         const std::lock_guard hold(m_mutex);
         m_ids.push_back(id);
     }
+    /// The registry of threads is asked without the lock: it is held itself where a thread is noted.
     bool AllGone() {
+        std::vector<pthread_t> ids;
+        {
+            const std::lock_guard hold(m_mutex);
+            ids.swap(m_ids);
+        }
+        std::erase_if(ids, [](pthread_t id) { return !KvThreadRegistry::IsAlive(id); });
         const std::lock_guard hold(m_mutex);
-        std::erase_if(m_ids, [](pthread_t id) { return !KvThreadRegistry::IsAlive(id); });
+        m_ids.insert(m_ids.end(), ids.begin(), ids.end());
         return m_ids.empty();
     }
 
