@@ -2,6 +2,7 @@
 #include <cxxabi.h>
 
 #include <ctime>
+#include <new>
 
 #include "KvEmailDriver.h"
 #include "KvLog.h"
@@ -11,6 +12,7 @@
 namespace {
 
 constexpr const char* kLogSource = "../system/src/KvEmailDriver";
+constexpr std::size_t kReplyLimit = 1000;
 constexpr long kSecondsPerHour = 3600;
 
 constexpr const char* kDayNames[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
@@ -68,6 +70,7 @@ void KvEmailDriver::RunTransaction(const std::string& from, const std::vector<st
                                    const std::string& subject, const std::string& body,
                                    const std::vector<std::string>& attachments) {
     std::string reply;
+    reply.reserve(kReplyLimit);  // a reply that came is not lost for want of memory
     SmtpWrite("MAIL FROM: <%s>\r\n", from.c_str());
     SmtpRead(reply);
     for (const std::string& recipient : to) {
@@ -76,9 +79,21 @@ void KvEmailDriver::RunTransaction(const std::string& from, const std::vector<st
     }
     SmtpWrite("DATA\r\n");
     SmtpRead(reply);
-    SmtpWrite(KvMimeMessageText(from, subject, body, attachments));
+    SmtpWrite(BuildMessage(from, subject, body, attachments));
     SmtpWrite(".\r\n");
     SmtpRead(reply);
+}
+
+/// The server waits for the message: what is said next on a connection without it would become the message.
+std::string KvEmailDriver::BuildMessage(const std::string& from, const std::string& subject,
+                                        const std::string& body,
+                                        const std::vector<std::string>& attachments) {
+    try {
+        return KvMimeMessageText(from, subject, body, attachments);
+    } catch (const std::bad_alloc&) {
+        BreakOff();
+        throw;
+    }
 }
 
 bool KvEmailDriver::SendAMessage(Job& job) {

@@ -2,10 +2,12 @@
 
 #include <mimetic/mimetic.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <new>
 #include <sstream>
 #include <system_error>
 
@@ -43,14 +45,26 @@ std::unique_ptr<mimetic::MimeEntity> TextPart(const std::string& body) {
     return part;
 }
 
-/// The bytes of a regular file; none of anything else, or of what cannot be read.
+/// The bytes of a regular file; none of anything else, or of what cannot be read. A lack of memory is no property of
+/// the file: it throws std::bad_alloc.
 std::string FileContent(const std::string& path) {
     std::error_code failure;
     if (!std::filesystem::is_regular_file(path, failure)) {
+        if (failure == std::errc::not_enough_memory) {
+            throw std::bad_alloc();
+        }
         return "";
     }
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    try {
+        errno = 0;
+        std::ifstream file(path, std::ios::binary);
+        if (!file.is_open() && errno == ENOMEM) {
+            throw std::bad_alloc();
+        }
+        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    } catch (const std::ios_base::failure&) {
+        return "";
+    }
 }
 
 /// The same text as mimetic::Attachment(path). That one maps the file into memory, and the process ends with
@@ -92,5 +106,8 @@ std::string KvMimeMessageText(const std::string& from, const std::string& subjec
     }
     std::ostringstream text;
     text << top;
+    if (!text.good()) {
+        throw std::bad_alloc();  // the stream keeps the failure to itself; the text is cut somewhere
+    }
     return text.str();
 }
