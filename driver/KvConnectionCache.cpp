@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "KvBoolText.h"
@@ -186,6 +187,8 @@ auto KvSmartAsynProtocolDriverMultiThreaded::CreateCachedConnection(const std::s
     KV_LOG(m_pLog, LogInfo, kSource, "Creating new connection object.");
     auto conn = std::make_unique<KvConn>();
     conn->m_strCacheKey = key;
+    std::map<std::string, ConnCacheLine> newLine;  // made first: an open connection needs no memory any more
+    newLine.try_emplace(key);
     if (!TryCreateConnection(*conn, msgFile)) {
         if (pCreateFailed != nullptr) {
             *pCreateFailed = true;
@@ -194,7 +197,8 @@ auto KvSmartAsynProtocolDriverMultiThreaded::CreateCachedConnection(const std::s
         return nullptr;
     }
     conn->m_bValid = true;
-    ++m_mapConnCache[key].m_nConnCount;
+    m_mapConnCache.merge(newLine);
+    ++m_mapConnCache.find(key)->second.m_nConnCount;
     ++m_nTotalConnections;
     return conn.release();
 }
@@ -218,15 +222,24 @@ bool KvSmartAsynProtocolDriverMultiThreaded::ReleaseConnToCacheImpl(KvConn* conn
     } else if (!conn->m_bValid) {
         DeleteConnection(conn);
     } else {
-        auto& idle = m_mapConnCache[conn->m_strCacheKey].m_lstIdleConns;
-        if (std::find(idle.begin(), idle.end(), conn) == idle.end()) {
-            idle.push_back(conn);
-        }
+        KeepIdle(conn);
     }
     KV_LOG(m_pLog, LogTrace, kSource,
            "Leaving KvSmartAsynProtocolDriverMultiThreaded::ReleaseConnToCacheImpl() with %s.",
            KvBoolText(result));
     return result;
+}
+
+/// A connection that cannot be kept for want of memory is closed.
+void KvSmartAsynProtocolDriverMultiThreaded::KeepIdle(KvConn* conn) {
+    try {
+        auto& idle = m_mapConnCache[conn->m_strCacheKey].m_lstIdleConns;
+        if (std::find(idle.begin(), idle.end(), conn) == idle.end()) {
+            idle.push_back(conn);
+        }
+    } catch (const std::bad_alloc&) {
+        DeleteConnection(conn);
+    }
 }
 
 bool KvSmartAsynProtocolDriverMultiThreaded::DeleteOldestUsedConnection() {

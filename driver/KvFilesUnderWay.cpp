@@ -2,7 +2,8 @@
 
 namespace {
 
-thread_local KvFilesUnderWay* t_current = nullptr;
+/// In the initial block of a thread's variables: a block made at first use ends the process when memory is short.
+[[gnu::tls_model("initial-exec")]] thread_local KvFilesUnderWay* t_current = nullptr;
 
 }  // namespace
 
@@ -13,6 +14,15 @@ KvFilesUnderWay::KvFilesUnderWay(const std::list<KvMessageFile*>& files)
 
 KvFilesUnderWay::~KvFilesUnderWay() {
     t_current = m_pOuter;
+}
+
+KvMessageFile* KvFilesUnderWay::TakeMissing() {
+    if (m_lstMissing.empty()) {
+        return nullptr;
+    }
+    KvMessageFile* const file = m_lstMissing.front();
+    m_lstMissing.pop_front();
+    return file;
 }
 
 void KvFilesUnderWay::NoteHandedBack(KvMessageFile* file) {

@@ -19,6 +19,9 @@ public:
     /// The files that have not been pushed back.
     const std::list<KvMessageFile*>& Missing() const { return m_lstMissing; }
 
+    /// The first of them, which is struck off; null when there is none. Needs no memory.
+    KvMessageFile* TakeMissing();
+
     /// Called by every push back, on whatever thread; does nothing on a thread without files under way.
     static void NoteHandedBack(KvMessageFile* file);
 

@@ -1,9 +1,33 @@
 #include "KvProtocolDriverInterface.h"
 
 #include <ctime>
+#include <new>
 
+#include "KvCoreHelpers.h"
 #include "KvFilesUnderWay.h"
 #include "KvconCriticalSection.h"
+
+namespace {
+
+constexpr int kAppendAttempts = 50;
+constexpr int kPauseForMemoryMs = 100;
+
+/// False when there is no memory; the `last` attempt throws std::bad_alloc then.
+bool TryAppend(KvMessageFileQueue& queue, KvMessageFile* msgFile, bool last) {
+    const KvconCriticalSection section(&queue.m_lock, true, true, false);
+    try {
+        queue.m_dqMsgFiles.push_back(msgFile);
+    } catch (const std::bad_alloc&) {
+        if (last) {
+            throw;
+        }
+        return false;
+    }
+    KvFilesUnderWay::NoteHandedBack(msgFile);
+    return true;
+}
+
+}  // namespace
 
 bool KvProtocolDriverInterface::Configure(std::map<std::string, std::string>&) {
     return true;
@@ -60,10 +84,12 @@ bool KvProtocolDriverInterface::PushBackMsgFileForDeletion(KvMessageFile* msgFil
     return Append(msgFile);
 }
 
+/// A file that is not appended is lost to the host, so a queue without the memory to grow is tried again for a while;
+/// its lock is free meanwhile, for the host that empties it. Throws std::bad_alloc when that does not help.
 bool KvProtocolDriverInterface::Append(KvMessageFile* msgFile) {
-    KvconCriticalSection section(&m_pMsgFileQueue->m_lock, true, true, false);
-    m_pMsgFileQueue->m_dqMsgFiles.push_back(msgFile);
-    KvFilesUnderWay::NoteHandedBack(msgFile);
+    for (int attempt = 1; !TryAppend(*m_pMsgFileQueue, msgFile, attempt == kAppendAttempts); ++attempt) {
+        Kvsleep(kPauseForMemoryMs);
+    }
     return true;
 }
 

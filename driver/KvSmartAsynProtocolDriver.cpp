@@ -1,5 +1,8 @@
 #include "KvSmartAsynProtocolDriver.h"
 
+#include <memory>
+#include <utility>
+
 #include "KvBoolText.h"
 #include "KvLog.h"
 #include "KvconCriticalSection.h"
@@ -30,11 +33,23 @@ bool KvSmartAsynProtocolDriver::Configure(std::map<std::string, std::string>& se
 
 bool KvSmartAsynProtocolDriver::Setup(KvMessengerInstConfBasic* instConf) {
     KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriver::Setup()");
-    m_pLock = new KvconLock;
-    const bool result = SetupExt(instConf);
+    auto lock = std::make_unique<KvconLock>();
+    m_pLock = lock.get();
+    const bool result = TrySetupExt(instConf);
+    static_cast<void>(lock.release());
     KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriver::Setup() with %s.",
            KvBoolText(result));
     return result;
+}
+
+/// A setup that threw leaves nothing behind: the host releases the driver without a clean-up.
+bool KvSmartAsynProtocolDriver::TrySetupExt(KvMessengerInstConfBasic* instConf) {
+    try {
+        return SetupExt(instConf);
+    } catch (...) {
+        m_pLock = nullptr;
+        throw;
+    }
 }
 
 bool KvSmartAsynProtocolDriver::Cleanup() {
@@ -99,13 +114,14 @@ bool KvSmartAsynProtocolDriver::FileIntoSession(KvMessageFile* msgFile) {
     if (msgFile == nullptr) {
         return false;
     }
-    const auto [entry, isNew] = m_mapCarrierSessions.try_emplace(key);
-    KvCarrierSess& session = entry->second;
-    if (isNew) {
+    auto entry = m_mapCarrierSessions.find(key);
+    if (entry == m_mapCarrierSessions.end()) {
+        KvCarrierSess session;  // complete before it is entered: one without its key would share connections
         session.m_strCacheKey = key;
         session.m_strCarrierName = msgFile->m_strCarrierName;
+        entry = m_mapCarrierSessions.emplace(key, std::move(session)).first;
     }
-    return StoreMsgFileInCarrierSession(session, msgFile);
+    return StoreMsgFileInCarrierSession(entry->second, msgFile);
 }
 
 bool KvSmartAsynProtocolDriver::StoreMsgFileInCarrierSession(KvCarrierSess& session, KvMessageFile* msgFile) {
@@ -125,12 +141,12 @@ bool KvSmartAsynProtocolDriver::StoreMsgFileInCarrierSession(KvCarrierSess& sess
 bool KvSmartAsynProtocolDriver::FileIntoGroup(KvCarrierSess& session, KvMessageFile* msgFile) {
     auto& groups = session.m_vecMsgFileGroups;
     const std::string key = GroupKey(*msgFile);
-    if (session.m_mapGroupIndex.count(key) == 0) {
-        const auto next = static_cast<unsigned int>(groups.size());
-        groups.emplace_back();  // first, so that no index is left without its group when memory runs out
-        session.m_mapGroupIndex.emplace(key, next);
+    const auto known = session.m_mapGroupIndex.find(key);
+    if (known == session.m_mapGroupIndex.end()) {
+        BeginGroup(session, key, msgFile);
+        return true;
     }
-    const unsigned int index = session.m_mapGroupIndex.at(key);
+    const unsigned int index = known->second;
     if (index >= groups.size()) {
         KV_LOG(m_pLog, LogError, kSource, "Group index out of bound. Index = %lu, Size = %lu",
                static_cast<unsigned long>(index), static_cast<unsigned long>(groups.size()));
@@ -138,6 +154,19 @@ bool KvSmartAsynProtocolDriver::FileIntoGroup(KvCarrierSess& session, KvMessageF
     }
     groups[index].push_back(msgFile);
     return true;
+}
+
+/// All or nothing: a group without files, or an index without its group, would outlive a failure.
+void KvSmartAsynProtocolDriver::BeginGroup(KvCarrierSess& session, const std::string& key,
+                                           KvMessageFile* msgFile) {
+    auto& groups = session.m_vecMsgFileGroups;
+    groups.push_back({msgFile});
+    try {
+        session.m_mapGroupIndex.emplace(key, static_cast<unsigned int>(groups.size() - 1));
+    } catch (...) {
+        groups.pop_back();
+        throw;
+    }
 }
 
 bool KvSmartAsynProtocolDriver::PeriodicEvent() {
@@ -188,14 +217,27 @@ void KvSmartAsynProtocolDriver::FailSession(KvCarrierSess& session, std::size_t 
         " >> Error occurred while processing carrier session: %s/%s with msg files:%u. Failing all messages.",
         session.m_strCacheKey.c_str(), session.m_strCarrierName.c_str(), static_cast<unsigned int>(groups));
     for (auto& group : session.m_vecMsgFileGroups) {
-        for (KvMessageFile* const file : group) {
-            KV_LOG(m_pLog, LogError, kSource, "Failing message job id: %s. Reason: %s",
-                   file->m_strJobID.c_str(), reason.c_str());
-            file->SetFailureReason(reason);
-            PushBackMsgFile(file, KvMessengerReportsMngrInterface::REPORT_FAILED, false, "");
+        while (!group.empty()) {
+            FailFirst(session, group, reason);
         }
-        group.clear();
     }
     session.m_vecMsgFileGroups.clear();
     session.m_mapGroupIndex.clear();
+}
+
+/// Hands the first file of `group` back and takes it out. When that fails, exactly what the host still misses waits
+/// for the next cycle, and no file that is back with the host is the template for its connection.
+void KvSmartAsynProtocolDriver::FailFirst(KvCarrierSess& session, std::list<KvMessageFile*>& group,
+                                          const std::string& reason) {
+    KvMessageFile* const file = group.front();
+    KV_LOG(m_pLog, LogError, kSource, "Failing message job id: %s. Reason: %s", file->m_strJobID.c_str(),
+           reason.c_str());
+    try {
+        file->SetFailureReason(reason);
+        PushBackMsgFile(file, KvMessengerReportsMngrInterface::REPORT_FAILED, false, "");
+    } catch (...) {
+        session.m_pLastMsgFile = file;
+        throw;
+    }
+    group.pop_front();
 }

@@ -86,11 +86,14 @@ public:
     virtual bool ProcessCarrierSession(KvCarrierSess& session, std::string& errText) = 0;
 
 protected:
+    bool TrySetupExt(KvMessengerInstConfBasic* instConf);
     bool FileIntoSession(KvMessageFile* msgFile);
     bool FileIntoGroup(KvCarrierSess& session, KvMessageFile* msgFile);
+    static void BeginGroup(KvCarrierSess& session, const std::string& key, KvMessageFile* msgFile);
     bool ProcessAllSessions();
     void ProcessSession(KvCarrierSess& session);
     void FailSession(KvCarrierSess& session, std::size_t groups, const std::string& reason);
+    void FailFirst(KvCarrierSess& session, std::list<KvMessageFile*>& group, const std::string& reason);
 
     std::map<std::string, KvCarrierSess> m_mapCarrierSessions;  ///< by cache key; guarded by m_pLock
     KvconLock* m_pLock = nullptr;  ///< the driver lock; lives from Setup to Cleanup

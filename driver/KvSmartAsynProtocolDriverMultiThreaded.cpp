@@ -1,6 +1,8 @@
 #include "KvSmartAsynProtocolDriverMultiThreaded.h"
 
 #include <cstdlib>
+#include <memory>
+#include <new>
 
 #include "KvBoolText.h"
 #include "KvConnsOfDeleted.h"
@@ -40,9 +42,11 @@ bool KvSmartAsynProtocolDriverMultiThreaded::ConfigureExt(std::map<std::string, 
 
 bool KvSmartAsynProtocolDriverMultiThreaded::SetupExt(KvMessengerInstConfBasic*) {
     KV_LOG(m_pLog, LogTrace, kSource, "Entering KvSmartAsynProtocolDriverMultiThreaded::SetupExt()");
-    m_pCacheLock = new KvconLock;
-    m_pThreadPool = new KvconThreadPool;
-    m_pThreadPool->Initialize(m_nThreadPoolSize);
+    auto cacheLock = std::make_unique<KvconLock>();
+    auto pool = std::make_unique<KvconThreadPool>();
+    pool->Initialize(m_nThreadPoolSize);
+    m_pCacheLock = cacheLock.release();
+    m_pThreadPool = pool.release();
     KV_LOG(m_pLog, LogTrace, kSource, "Leaving KvSmartAsynProtocolDriverMultiThreaded::SetupExt() with %s.",
            KvBoolText(true));
     return true;
@@ -86,29 +90,49 @@ bool KvSmartAsynProtocolDriverMultiThreaded::ProcessCarrierSession(KvCarrierSess
     return result;
 }
 
+/// Gives a connection back to the cache, unless somebody else has it by then.
+class KvSmartAsynProtocolDriverMultiThreaded::ConnGivenBack {
+public:
+    ConnGivenBack(KvSmartAsynProtocolDriverMultiThreaded& driver, KvConn*& conn)
+        : m_driver(driver), m_conn(conn) {}
+    ~ConnGivenBack() {
+        if (m_conn != nullptr) {
+            m_driver.ReleaseConnToCache(m_conn);
+        }
+    }
+    ConnGivenBack(const ConnGivenBack&) = delete;
+    ConnGivenBack& operator=(const ConnGivenBack&) = delete;
+
+private:
+    KvSmartAsynProtocolDriverMultiThreaded& m_driver;
+    KvConn*& m_conn;
+};
+
 bool KvSmartAsynProtocolDriverMultiThreaded::DispatchSession(KvCarrierSess& session, std::string& errText) {
     bool createFailed = false;
-    KvConn* const conn = GetConnFromCache(session.m_strCacheKey, session.m_pLastMsgFile, &createFailed);
+    KvConn* conn = GetConnFromCache(session.m_strCacheKey, session.m_pLastMsgFile, &createFailed);
     if (conn == nullptr) {
         return ReportNoConnection(session, createFailed, errText);
     }
+    const ConnGivenBack givenBack(*this, conn);
     KV_LOG(m_pLog, LogTrace, kSource, "Creating Message dispatch delegate.");
-    KvSmartProtocolDriverDelegateIface* const delegate = GetProtocolDriverDelegate();
+    std::unique_ptr<KvSmartProtocolDriverDelegateIface> delegate(GetProtocolDriverDelegate());
     if (delegate == nullptr) {
-        return ReportInternalError("Failed to get delegate object for the message dispatcher.", conn,
-                                   errText);
+        return ReportInternalError("Failed to get delegate object for the message dispatcher.", errText);
     }
     KV_LOG(m_pLog, LogDebug, kSource, "Initializing message dispatch delegate.");
     if (!delegate->Initialize(this, session.m_strCacheKey, conn, session.m_vecMsgFileGroups,
                               static_cast<int>(m_nMaxPinsPerTransaction), m_pLog)) {
         // The delegate holds copies of what the cycle is about to fail: it is abandoned, not destroyed.
-        return ReportInternalError("Initialize call failed for the delegate object.", conn, errText);
+        static_cast<void>(delegate.release());
+        return ReportInternalError("Initialize call failed for the delegate object.", errText);
     }
-    // From here on the files are the delegate's.
+    // From here on the files and the connection are the delegate's.
+    conn = nullptr;
     session.m_vecMsgFileGroups.clear();
     session.m_mapGroupIndex.clear();
     KV_LOG(m_pLog, LogTrace, kSource, "Adding delegate the thread pool queue ...");
-    AddToPool(delegate);
+    AddToPool(delegate.release());
     return true;
 }
 
@@ -129,11 +153,9 @@ bool KvSmartAsynProtocolDriverMultiThreaded::ReportNoConnection(KvCarrierSess& s
     return false;
 }
 
-bool KvSmartAsynProtocolDriverMultiThreaded::ReportInternalError(const char* logText, KvConn* conn,
-                                                                 std::string& errText) {
+bool KvSmartAsynProtocolDriverMultiThreaded::ReportInternalError(const char* logText, std::string& errText) {
     errText = KvSmartProtocolDriverDelegateIface::kInternalErrorReason;
     KV_LOG(m_pLog, LogError, kSource, "%s", logText);
-    ReleaseConnToCache(conn);
     return false;
 }
 
@@ -143,9 +165,11 @@ void KvSmartAsynProtocolDriverMultiThreaded::AddToPool(KvSmartProtocolDriverDele
         m_pThreadPool->AddWork(delegate);
     } catch (KvconException& error) {
         KV_LOG(m_pLog, LogError, kSource, "Error: %s", error.ToString().c_str());
-        const bool neverQueued = error.GetMsg() == KvconThreadPool::kStoppingMessage;
-        if (neverQueued || m_pThreadPool->WithdrawWork(delegate)) {
+        if (m_pThreadPool->WithdrawWork(delegate) || error.GetMsg() == KvconThreadPool::kStoppingMessage) {
             delete delegate;
         }
+    } catch (const std::bad_alloc&) {
+        KV_LOG(m_pLog, LogError, kSource, "Error: %s", "Out of memory");
+        delete delegate;
     }
 }

@@ -94,7 +94,9 @@ public:
 protected:
     class ConnInHand;
     class ConnsOfDeleted;
+    class ConnGivenBack;
 
+    void KeepIdle(KvConn* conn);
     KvConn* TakeIdleConnection(ConnCacheLine& line);
     bool MakeRoomForKey(const std::string& key);
     KvConn* CreateCachedConnection(const std::string& key, KvMessageFile* msgFile, bool* pCreateFailed);
@@ -103,7 +105,7 @@ protected:
     KvConn* ValidateOrReplace(KvConn* conn, const std::string& key, KvMessageFile* msgFile);
     bool DispatchSession(KvCarrierSess& session, std::string& errText);
     bool ReportNoConnection(KvCarrierSess& session, bool createFailed, std::string& errText);
-    bool ReportInternalError(const char* logText, KvConn* conn, std::string& errText);
+    bool ReportInternalError(const char* logText, std::string& errText);
     void AddToPool(KvSmartProtocolDriverDelegateIface* delegate);
 
     unsigned int m_nThreadPoolSize = 0;

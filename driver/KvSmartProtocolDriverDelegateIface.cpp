@@ -1,6 +1,7 @@
 #include "KvSmartProtocolDriverDelegateIface.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "KvBoolText.h"
@@ -44,9 +45,11 @@ public:
     Dispatch(KvSmartProtocolDriverDelegateIface& delegate, const std::list<KvMessageFile*>& files)
         : m_delegate(delegate), m_underWay(files) {}
     ~Dispatch() {
-        if (!m_bCompleted) {
-            const std::list<KvMessageFile*> missing = m_underWay.Missing();
-            m_delegate.FailQuietly(missing);
+        if (m_bCompleted) {
+            return;
+        }
+        while (KvMessageFile* const file = m_underWay.TakeMissing()) {
+            m_delegate.FailQuietly(file);
         }
     }
     Dispatch(const Dispatch&) = delete;
@@ -68,13 +71,19 @@ bool KvSmartProtocolDriverDelegateIface::Initialize(KvSmartAsynProtocolDriverMul
                                                     const std::string& cacheKey, KvConn* conn,
                                                     const std::vector<std::list<KvMessageFile*>>& groups,
                                                     int maxPinsPerTransaction, KvLogInterface* log) {
-    m_pDriver = driver;
+    // What needs memory comes first: without a driver the delegate owns nothing yet.
     m_strCacheKey = cacheKey;
+    m_vecMsgFileGroups.insert(m_vecMsgFileGroups.begin(), groups.begin(), groups.end());
+    m_pDriver = driver;
     m_pConn = conn;
     m_nMaxPinsPerTransaction = maxPinsPerTransaction;
     m_pLog = log;
-    m_vecMsgFileGroups.insert(m_vecMsgFileGroups.begin(), groups.begin(), groups.end());
-    return InitializeSpecial();
+    try {
+        return InitializeSpecial();
+    } catch (...) {
+        m_pDriver = nullptr;
+        throw;
+    }
 }
 
 bool KvSmartProtocolDriverDelegateIface::Finalize() {
@@ -223,9 +232,8 @@ bool KvSmartProtocolDriverDelegateIface::ValidateConnection(KvMessageFile* file)
 void KvSmartProtocolDriverDelegateIface::FailRemaining(const char* reason) {
     for (auto& group : m_vecMsgFileGroups) {
         while (!group.empty()) {
-            KvMessageFile* const file = group.front();
+            FailFile(group.front(), reason);
             group.pop_front();
-            FailFile(file, reason);
         }
     }
 }
@@ -233,17 +241,19 @@ void KvSmartProtocolDriverDelegateIface::FailRemaining(const char* reason) {
 void KvSmartProtocolDriverDelegateIface::FailFile(KvMessageFile* file, const char* reason) {
     KV_LOG(m_pLog, LogError, kSource, "Failing message job id: %s. Reason: %s", file->m_strJobID.c_str(),
            reason);
-    file->SetFailureReason(reason);
+    try {
+        file->SetFailureReason(reason);
+    } catch (const std::bad_alloc&) {
+        // Back without a reason is better than not back at all.
+    }
     m_pDriver->PushBackMsgFile(file, KvMessengerReportsMngrInterface::REPORT_FAILED, false, "");
 }
 
-void KvSmartProtocolDriverDelegateIface::FailQuietly(const std::list<KvMessageFile*>& files) {
-    for (KvMessageFile* const file : files) {
-        try {
-            FailFile(file, kInternalErrorReason);
-        } catch (...) {
-            // The host's own object refused; nobody can be told from a destructor.
-        }
+void KvSmartProtocolDriverDelegateIface::FailQuietly(KvMessageFile* file) {
+    try {
+        FailFile(file, kInternalErrorReason);
+    } catch (...) {
+        // The host's own object refused; nobody can be told from a destructor.
     }
 }
 
@@ -252,7 +262,11 @@ void KvSmartProtocolDriverDelegateIface::AbandonAll() {
         return;
     }
     for (auto& group : m_vecMsgFileGroups) {
-        FailQuietly(std::exchange(group, {}));
+        while (!group.empty()) {
+            KvMessageFile* const file = group.front();
+            group.pop_front();
+            FailQuietly(file);
+        }
     }
     m_vecMsgFileGroups.clear();
     if (m_pConn != nullptr) {

@@ -77,7 +77,7 @@ protected:
     bool ValidateConnection(KvMessageFile* file);
     void FailRemaining(const char* reason);
     void FailFile(KvMessageFile* file, const char* reason);
-    void FailQuietly(const std::list<KvMessageFile*>& files);
+    void FailQuietly(KvMessageFile* file);
     void AbandonAll();
     void GiveUpConnection();
 

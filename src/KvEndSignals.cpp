@@ -20,7 +20,8 @@ struct ThreadState {
     volatile sig_atomic_t bInterrupted;  ///< a handler of the library, installed without SA_RESTART, has run
 };
 
-thread_local ThreadState t_state;
+/// In the initial block of a thread's variables: a block made at first use ends the process when memory is short.
+[[gnu::tls_model("initial-exec")]] thread_local ThreadState t_state;
 
 /// pthread_sigmask through a pointer that is not noexcept: a pending end signal comes in before the call
 /// returns, so the compiler must treat the call as one that can be left by unwinding.

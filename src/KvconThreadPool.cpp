@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdio>
 #include <memory>
+#include <new>
 
 #include "KvCoreHelpers.h"
 #include "KvEndSignals.h"
@@ -25,6 +26,7 @@ constexpr int kLineCreate = 241;
 constexpr int kIdleLimitMs = 30000;
 constexpr int kStopPauseMs = 500;
 constexpr unsigned int kSmallestGraceMs = 100;
+constexpr int kPauseForMemoryMs = 100;
 
 /// A lock that is held while this object lives, if it could be taken.
 class HeldLock {
@@ -143,12 +145,17 @@ void KvconThreadPool::AddWork(KvconDelegate* work, unsigned long& newThreadId) {
         throw KvconException(GetMyThreadID(), kSource, kLineEmptyWork, "Empty Thread Pool Work Failed");
     }
     Enqueue(work);
-    {
+    try {
         HeldLock threads(*m_pThreadLock);
         if (!threads.IsHeld()) {
             return;
         }
         newThreadId = StartWorkerIfBelowMaximum();
+    } catch (const std::bad_alloc&) {
+        // Work that a live worker has taken meanwhile is done all the same.
+        if (WithdrawWork(work)) {
+            throw;
+        }
     }
     m_pWorkEvent->Broadcast();
 }
@@ -171,6 +178,8 @@ unsigned long KvconThreadPool::StartWorkerIfBelowMaximum() {
     if (m_maxThreads <= m_threads.size() || IsStopping()) {
         return 0;
     }
+    std::list<unsigned long> worker(
+        1);  // made first: a thread that could not be listed would outlive the pool
     pthread_t id;
     if (KvThreadRegistry::Start(&id, nullptr, ThreadWork, this) != 0) {
         throw KvconException(GetMyThreadID(), kSource, kLineCreate, "Create Thread Failed", KvgetLastError());
@@ -178,7 +187,8 @@ unsigned long KvconThreadPool::StartWorkerIfBelowMaximum() {
     if (pthread_detach(id) != 0) {
         throw KvconException(GetMyThreadID(), kSource, kLineDetach, "Detach Thread Failed", KvgetLastError());
     }
-    m_threads.push_back(id);
+    worker.front() = id;
+    m_threads.splice(m_threads.end(), worker);
     return id;
 }
 
@@ -223,7 +233,8 @@ bool KvconThreadPool::RetireIfIdle() {
     return true;
 }
 
-/// The oldest waiting delegate, entered as running on this thread; null when there is none.
+/// The oldest waiting delegate, entered as running on this thread; null when there is none. Without the memory to
+/// enter it, it stays where it is, and the worker comes back for it after a pause.
 KvconDelegate* KvconThreadPool::NextWork(bool& stop) {
     HeldLock queue(*m_pWorkLock);
     if (!queue.IsHeld()) {
@@ -237,9 +248,15 @@ KvconDelegate* KvconThreadPool::NextWork(bool& stop) {
         ResetSignal(*m_pWorkEvent);
         return nullptr;
     }
-    HeldLock running(RunningTasksGuard());
+    try {
+        HeldLock running(RunningTasksGuard());
+        m_runningTasks[GetMyThreadID()] = m_workQueue.front();
+    } catch (const std::bad_alloc&) {
+        queue.Release();
+        Kvsleep(kPauseForMemoryMs);
+        return nullptr;
+    }
     KvconDelegate* const work = m_workQueue.front();
-    m_runningTasks[GetMyThreadID()] = work;
     m_workQueue.pop_front();
     return work;
 }
@@ -268,15 +285,13 @@ void KvconThreadPool::Stop(int timeoutMs) {
     m_pWorkEvent->Broadcast();
     Kvsleep(kStopPauseMs);
 
-    const std::list<unsigned long> live = TakeLiveThreads();
+    std::list<unsigned long> live = TakeLiveThreads();
     if (live.empty()) {
         return;
     }
     const unsigned int graceMs = GraceMs(timeoutMs, live.size());
-    std::list<unsigned long> signalled;
-    std::copy_if(live.begin(), live.end(), std::back_inserter(signalled),
-                 [graceMs](unsigned long id) { return EndAfterGrace(id, graceMs); });
-    std::for_each(signalled.begin(), signalled.end(), KvThreadRegistry::WaitUntilGone);
+    live.remove_if([graceMs](unsigned long id) { return !EndAfterGrace(id, graceMs); });
+    std::for_each(live.begin(), live.end(), KvThreadRegistry::WaitUntilGone);
 }
 
 void KvconThreadPool::DeleteWaitingWork() {

@@ -30,7 +30,8 @@ public:
 
     /// Queues `work` and makes a worker while fewer than the maximum exist; `newThreadId` is its id, or 0 when
     /// none was made. Throws KvconException: "Empty Thread Pool Work Failed" for null, "Thread Pool Is Stopping"
-    /// (the delegate then stays the caller's), "Create Thread Failed", "Detach Thread Failed".
+    /// (the delegate then stays the caller's), "Create Thread Failed", "Detach Thread Failed". After std::bad_alloc
+    /// the delegate is the caller's too.
     void AddWork(KvconDelegate* work, unsigned long& newThreadId);
     void AddWork(KvconDelegate* work);
 

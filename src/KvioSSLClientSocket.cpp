@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <mutex>
 
 #include "KvEndSignals.h"
 #include "KvNonBlockingMode.h"
@@ -34,9 +35,15 @@ constexpr std::size_t kSslTextSize = 256;
 constexpr int kSeedCount = 100;
 constexpr int kSeedBytes = 4;
 
-/// The place in an SSL object that tells that its descriptor was made non-blocking for it.
+/// The place in an SSL object that tells that its descriptor was made non-blocking for it; -1 when there is none. One
+/// that could not be had, for want of memory, is asked for again next time.
 int SwitchedIndex() {
-    static const int index = SSL_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+    static std::mutex guard;
+    static int index = -1;
+    const std::lock_guard lock(guard);
+    if (index < 0) {
+        index = SSL_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+    }
     return index;
 }
 

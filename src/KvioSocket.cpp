@@ -10,6 +10,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include "KvCoreHelpers.h"
@@ -98,6 +99,10 @@ int KvioSocket::Close() {
         m_socket = ClosedMark(m_socket);
     }
     return result;
+}
+
+void KvioSocket::ShutDown() {
+    shutdown(m_socket, SHUT_RDWR);
 }
 
 int KvioSocket::GetSocket() const {
@@ -297,16 +302,24 @@ bool KvioSocket::SetEventHandler(KvioSocketEventHandler* handler) {
 }
 
 void KvioSocket::LogReceived(const void* data, std::size_t size, int line, const char* source) {
-    if (m_pEventLog != nullptr && size != 0) {
-        KvWriteLog(*m_pEventLog, &KvLogInterface::LogTrace,
-                   printfToString("=> %s", SafeText(data, size).c_str()), line, source);
-    }
+    LogTraffic("=> ", data, size, line, source);
 }
 
 void KvioSocket::LogSent(const void* data, std::size_t size, int line, const char* source) {
-    if (m_pEventLog != nullptr && size != 0) {
+    LogTraffic("<= ", data, size, line, source);
+}
+
+// A line for which there is no memory is left out: the bytes it tells of are on their way.
+void KvioSocket::LogTraffic(const char* direction, const void* data, std::size_t size, int line,
+                            const char* source) {
+    if (m_pEventLog == nullptr || size == 0) {
+        return;
+    }
+    try {
         KvWriteLog(*m_pEventLog, &KvLogInterface::LogTrace,
-                   printfToString("<= %s", SafeText(data, size).c_str()), line, source);
+                   printfToString("%s%s", direction, SafeText(data, size).c_str()), line, source);
+    } catch (const std::bad_alloc&) {
+        return;
     }
 }
 

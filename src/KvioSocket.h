@@ -47,6 +47,8 @@ public:
     /// a connection and destroy it later, while other threads connect. Held by:
     /// KvioSocketTest.SecondCloseLeavesTheNewOwnerOfTheDescriptorAlone.
     virtual int Close();
+    /// Ends the connection in both directions; the descriptor stays open. Nothing happens on a closed socket.
+    void ShutDown();
 
     /// Waits up to `timeoutMs` milliseconds (-1: no limit). SOCKET_READABLE or SOCKET_WRITABLE, readable
     /// first; SOCKET_TIMEOUT; SOCKET_ERROR when a signal handler interrupted the wait.
@@ -131,6 +133,7 @@ protected:
     /// bytes.
     void LogReceived(const void* data, std::size_t size, int line, const char* source);
     void LogSent(const void* data, std::size_t size, int line, const char* source);
+    void LogTraffic(const char* direction, const void* data, std::size_t size, int line, const char* source);
 
     int m_socket;                             ///< below -1 once closed: -2 minus the descriptor
     KvioSocketEventHandler* m_pEventHandler;  ///< owned

@@ -8,9 +8,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <new>
 
 #include "KvEndSignals.h"
 #include "KvString.h"
+#include "KvioException.h"
 
 namespace {
 
@@ -108,6 +110,8 @@ std::string KvEmailDriver::SendEHLOThenHELO() {
         return reply;
     } catch (abi::__forced_unwind&) {
         throw;
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (...) {
         // Any failure of EHLO gets one try of HELO; what ails the connection shows there.
     }
@@ -182,7 +186,30 @@ bool KvEmailDriver::IsAlive() {
     }
 }
 
+/// One step of the conversation. Left by a failure of the connection or for want of memory, it breaks off the
+/// connection: what the server has got, and what it will still say, cannot be told then.
+template <typename Step>
+int KvEmailDriver::InStep(Step step) {
+    try {
+        return step();
+    } catch (const KvioException&) {
+        BreakOff();
+        throw;
+    } catch (const std::bad_alloc&) {
+        BreakOff();
+        throw;
+    }
+}
+
+void KvEmailDriver::BreakOff() {
+    m_objSocket.ShutDown();
+}
+
 int KvEmailDriver::SmtpRead(std::string& reply) {
+    return InStep([&] { return ReadReply(reply); });
+}
+
+int KvEmailDriver::ReadReply(std::string& reply) {
     unsigned char buffer[1024];
     KvioSocket::SocketStatus status;
     const int count = m_objSocket.Read(buffer, kReplyLimit, kReplyTimeoutMs, status);
@@ -200,12 +227,14 @@ int KvEmailDriver::SmtpWrite(const char* format, ...) {
     va_start(arguments, format);
     std::vsnprintf(buffer, sizeof(buffer), format, arguments);
     va_end(arguments);
-    return m_objSocket.Write(reinterpret_cast<unsigned char*>(buffer),
-                             static_cast<unsigned int>(std::strlen(buffer)));
+    return InStep([&] {
+        return m_objSocket.Write(reinterpret_cast<unsigned char*>(buffer),
+                                 static_cast<unsigned int>(std::strlen(buffer)));
+    });
 }
 
 int KvEmailDriver::SmtpWrite(const std::string& text) {
-    return m_objSocket.Write(text);
+    return InStep([&] { return m_objSocket.Write(text); });
 }
 
 bool KvEmailDriver::ValidateJob(Job& job) {

@@ -119,7 +119,7 @@ public:
     /// the first colon, else the port of the "smtp" service, else 25.
     void SetHostPort(Job& job);
 
-    /// EHLO, or HELO when EHLO failed in any way; the reply to the one that succeeded.
+    /// EHLO, or HELO when EHLO failed in any way but for want of memory; the reply to the one that succeeded.
     std::string SendEHLOThenHELO();
 
     /// Records what an EHLO reply offers. Flags are only ever set, so those of both EHLO replies add up.
@@ -166,13 +166,23 @@ public:
     /// Sends the whole text. The number of bytes sent.
     int SmtpWrite(const std::string& text);
 
+    /// Shuts the connection down in both directions; the descriptor stays until Close. Called when an exchange broke
+    /// off in the middle: the reply that is still to come would be taken for the answer to the next command, and a
+    /// command for a line of the message. Whatever is tried on the connection afterwards fails.
+    void BreakOff();
+
 protected:
+    template <typename Step>
+    int InStep(Step step);
+    int ReadReply(std::string& reply);
     static bool IsStartTlsDemand(const KvSmtpException& error, const Job& job);
     void Authenticate(Job& job);
     void Greet(Job& job);
     void RunTransaction(const std::string& from, const std::vector<std::string>& to,
                         const std::string& subject, const std::string& body,
                         const std::vector<std::string>& attachments);
+    std::string BuildMessage(const std::string& from, const std::string& subject, const std::string& body,
+                             const std::vector<std::string>& attachments);
     void SendSingleShot(Job& job);
     void SecureSingleShot(Job& job, bool demanded);
     void SubmitSingleShot(Job& job);

@@ -2,6 +2,8 @@
 #include <cxxabi.h>
 
 #include <ctime>
+#include <new>
+#include <string_view>
 
 #include "KvEmailDriver.h"
 #include "KvLog.h"
@@ -11,7 +13,9 @@
 namespace {
 
 constexpr const char* kLogSource = "../system/src/KvEmailDriver";
+constexpr std::size_t kReplyLimit = 1000;
 constexpr long kSecondsPerHour = 3600;
+constexpr std::string_view kLastLine = ".\r\n";
 
 constexpr const char* kDayNames[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
 constexpr const char* kMonthNames[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
@@ -68,6 +72,7 @@ void KvEmailDriver::RunTransaction(const std::string& from, const std::vector<st
                                    const std::string& subject, const std::string& body,
                                    const std::vector<std::string>& attachments) {
     std::string reply;
+    reply.reserve(kReplyLimit);  // a reply that came is not lost for want of memory
     SmtpWrite("MAIL FROM: <%s>\r\n", from.c_str());
     SmtpRead(reply);
     for (const std::string& recipient : to) {
@@ -76,10 +81,24 @@ void KvEmailDriver::RunTransaction(const std::string& from, const std::vector<st
     }
     SmtpWrite("DATA\r\n");
     SmtpRead(reply);
-    std::string text = KvMimeMessageText(from, subject, body, attachments);
-    const std::size_t length = text.size();
-    m_objSocket.WriteAsTwo(text.append(".\r\n"), length);
+    const std::string text = BuildMessage(from, subject, body, attachments);
+    m_objSocket.WriteAsTwo(text, text.size() - kLastLine.size());
     SmtpRead(reply);
+}
+
+/// The message and the line that ends it. The server waits for them: what is said next on a connection without them
+/// would become the message.
+std::string KvEmailDriver::BuildMessage(const std::string& from, const std::string& subject,
+                                        const std::string& body,
+                                        const std::vector<std::string>& attachments) {
+    try {
+        std::string text = KvMimeMessageText(from, subject, body, attachments);
+        text += kLastLine;
+        return text;
+    } catch (const std::bad_alloc&) {
+        BreakOff();
+        throw;
+    }
 }
 
 bool KvEmailDriver::SendAMessage(Job& job) {

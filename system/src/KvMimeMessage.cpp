@@ -1,12 +1,13 @@
 #include "KvMimeMessage.h"
 
+#include <fcntl.h>
 #include <mimetic/mimetic.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include <cstdint>
-#include <filesystem>
-#include <fstream>
+#include <cerrno>
+#include <new>
 #include <sstream>
-#include <system_error>
 
 #include "KvBase64Lines.h"
 
@@ -26,6 +27,9 @@ const std::string kClosingDelimiter = std::string("\r\n--") + kBoundary + "--\r\
 std::string TextOf(const mimetic::MimeEntity& entity) {
     std::ostringstream text;
     text << entity;
+    if (!text.good()) {
+        throw std::bad_alloc();  // the stream keeps the failure to itself; the text is cut somewhere
+    }
     return text.str();
 }
 
@@ -60,22 +64,69 @@ std::string FilePartHeader(const std::string& path) {
     return TextOf(part);
 }
 
+/// A regular file that is open for reading, or nothing. A lack of memory is no property of the file: it throws
+/// std::bad_alloc.
+class OpenFile {
+public:
+    explicit OpenFile(const char* path) {
+        struct stat status {};
+        // Looked at before it is opened, because to open something else may wait or set it off.
+        if (IsRegular(::stat(path, &status), status)) {
+            m_nDescriptor = ::open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+            RefuseLackOfMemory(m_nDescriptor);
+        }
+        if (m_nDescriptor >= 0 && IsRegular(::fstat(m_nDescriptor, &status), status)) {
+            m_nSize = static_cast<std::size_t>(status.st_size);
+        }
+    }
+    ~OpenFile() {
+        if (m_nDescriptor >= 0) {
+            ::close(m_nDescriptor);
+        }
+    }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+
+    std::size_t Size() const { return m_nSize; }
+
+    /// Fills `piece` as far as the file goes; what cannot be read is as if it were not there.
+    std::size_t Read(char* piece, std::size_t size) const {
+        std::size_t filled = 0;
+        while (m_nDescriptor >= 0 && filled < size) {
+            const long count = ::read(m_nDescriptor, piece + filled, size - filled);
+            if (count == 0 || (count < 0 && errno != EINTR)) {
+                break;
+            }
+            filled += count > 0 ? static_cast<std::size_t>(count) : 0;
+        }
+        return filled;
+    }
+
+private:
+    /// A file larger than what this process can address (EOVERFLOW) has no room in its memory either.
+    static void RefuseLackOfMemory(int result) {
+        if (result < 0 && (errno == ENOMEM || errno == EOVERFLOW)) {
+            throw std::bad_alloc();
+        }
+    }
+    static bool IsRegular(int result, const struct stat& status) {
+        RefuseLackOfMemory(result);
+        return result == 0 && S_ISREG(status.st_mode);
+    }
+
+    int m_nDescriptor = -1;
+    std::size_t m_nSize = 0;
+};
+
 /// The bytes of a regular file, encoded piece by piece as the MIME library would; none of anything else, or of what
 /// cannot be read.
 void AppendFileContent(const std::string& path, std::string& out) {
     constexpr std::size_t kPiece = 1024 * kBase64LineBytes;
-    std::error_code failure;
-    if (!std::filesystem::is_regular_file(path, failure)) {
-        return;
-    }
-    std::ifstream file(path, std::ios::binary);
-    const std::uintmax_t size = std::filesystem::file_size(path, failure);
-    if (!failure && file) {
-        out.reserve(out.size() + KvBase64LinesLength(static_cast<std::size_t>(size), 1) + kRoomForDelimiters);
-    }
+    const OpenFile file(path.c_str());
+    out.reserve(out.size() + KvBase64LinesLength(file.Size(), 1) + kRoomForDelimiters);
     std::vector<char> piece(kPiece);
-    while (file.read(piece.data(), static_cast<std::streamsize>(kPiece)) || file.gcount() > 0) {
-        KvAppendBase64Lines({piece.data(), static_cast<std::size_t>(file.gcount())}, "\n", out);
+    while (const std::size_t size = file.Read(piece.data(), piece.size())) {
+        KvAppendBase64Lines({piece.data(), size}, "\n", out);
     }
 }
 
