@@ -2,7 +2,7 @@
 //
 // Input: options, then the script of the server (see support/FakeServer.h). Options, in any order: a digit from 0 to 4 for
 // the security, "c" credentials, "f" handshakes fail, "g" log, "r" for each recipient, "s" the single shot, "a" a probe
-// before the mail, "w" and a letter: sends fail from the letter's number on.
+// before the mail, "d" nobody but the destructor closes, "w" and a letter: sends fail from the letter's number on.
 #include <algorithm>
 #include <cstdlib>
 #include <optional>
@@ -216,7 +216,6 @@ void Converse(const Options& options, const FakeServer& server, KvEmailDriver& e
         if (connected.smtpError) {
             CheckRefusal(*connected.smtpError, server.Events());
         }
-        engine.Close();
         return;
     }
     if (options.Has('a')) {
@@ -231,7 +230,9 @@ void Converse(const Options& options, const FakeServer& server, KvEmailDriver& e
     } else if (sent.smtpError) {
         CheckRefusal(*sent.smtpError, server.Events());
     }
-    engine.Close();
+    if (!options.Has('d')) {
+        engine.Close();
+    }
 }
 
 void Shoot(const Options& options, const FakeServer& server, KvEmailDriver& engine) {
