@@ -20,7 +20,7 @@ YES, NO, PERHAPS = "yes", "no", "perhaps"   # whether the client was told that i
 
 LONGER_THAN_A_READ = 1500        # bytes of a reply of which the driver reads 1000 at once
 VERBS = ("EHLO", "HELO", "RSET", "MAIL", "RCPT", "DATA", "NOOP")
-OUT_OF_STEP_MAILS = 4            # after which such a connection is ended with 421
+OUT_OF_STEP_RESETS = 12          # after which such a connection is ended with 421
 
 # What a step may be answered with instead of the usual reply.
 REFUSALS = {
@@ -116,7 +116,7 @@ class FaultySession(Session):
         self.wildness = peer.behaviour
         self.is_encrypted = False
         self.is_out_of_step = False
-        self.mails_out_of_step = 0
+        self.resets_out_of_step = 0
 
     async def run(self):
         self.peer.record.connections += 1
@@ -195,7 +195,8 @@ class FaultySession(Session):
 
     async def reset(self):
         self.has_sender, self.recipients = False, []
-        if self.mails_out_of_step >= OUT_OF_STEP_MAILS:
+        self.resets_out_of_step += self.is_out_of_step
+        if self.resets_out_of_step >= OUT_OF_STEP_RESETS:
             await self.refuse("RSET", "421")
         await self.answer("RSET", "250 2.0.0 Ok\r\n")
 
@@ -233,7 +234,6 @@ class FaultySession(Session):
     async def end(self, recipients, job):
         """Takes the mail or refuses it. It counts as taken before the reply, and as told once that is on its way."""
         stray = self.is_out_of_step
-        self.mails_out_of_step += stray
         fault = self.draw("end")
         if fault in REFUSALS:
             await self.refuse("end", fault)
