@@ -30,7 +30,9 @@ REFUSALS = {
     "5yz in words": ("550 No such user, fault-%d\r\n", True),
     "5yz of several lines": ("550-5.1.1 There is\r\n550-5.1.1 no way\r\n550 5.1.1 at all, fault-%d\r\n", True),
     "421": ("421 4.3.2 Closing, fault-%d\r\n", False),
+    "535": ("535 5.7.8 Authentication failed, fault-%d\r\n", True),  # a job's end where the driver logs in within its mail
 }
+OF_A_MAIL = tuple(kind for kind in REFUSALS if kind != "535")
 ENDS = ("close", "reset", "half a reply")
 TWISTS = ("late", "garbage", "two replies at once")
 STRAYS = ("cut in two", "longer than a read")
@@ -42,11 +44,11 @@ FAULTS = {
     "AUTH": ("4yz", "5yz", "421", "late", "garbage", "half a reply", "close"),
     "credentials": ("535", "4yz", "421", "late", "garbage") + ENDS,
     "RSET": ("4yz", "5yz", "421", "late", "garbage", "two replies at once", "cut in two") + ENDS,
-    "MAIL": tuple(REFUSALS) + ENDS + TWISTS + STRAYS,
-    "RCPT": tuple(REFUSALS) + ENDS + TWISTS + STRAYS,
-    "DATA": tuple(REFUSALS) + ENDS + TWISTS + STRAYS,
+    "MAIL": OF_A_MAIL + ENDS + TWISTS + STRAYS,
+    "RCPT": OF_A_MAIL + ENDS + TWISTS + STRAYS,
+    "DATA": OF_A_MAIL + ENDS + TWISTS + STRAYS,
     "content": ("close", "reset", "late"),
-    "end": tuple(REFUSALS) + ENDS + TWISTS + STRAYS + ("close after taking", "reset after taking"),
+    "end": OF_A_MAIL + ENDS + TWISTS + STRAYS + ("close after taking", "reset after taking"),
 }
 CONNECTING = ("greeting", "EHLO", "STARTTLS", "AUTH", "credentials")
 
@@ -273,9 +275,6 @@ class FaultySession(Session):
             fault = self.draw(step)
         if fault in REFUSALS:
             await self.refuse(step, fault)
-            return False
-        if fault == "535":
-            await self.send(b"535 5.7.8 Authentication failed\r\n")
             return False
         if fault in ("close", "reset"):
             self.drop(fault == "reset")
