@@ -20,7 +20,7 @@ YES, NO, PERHAPS = "yes", "no", "perhaps"   # whether the client was told that i
 
 LONGER_THAN_A_READ = 1500        # bytes of a reply of which the driver reads 1000 at once
 VERBS = ("EHLO", "HELO", "RSET", "MAIL", "RCPT", "DATA", "NOOP")
-OUT_OF_STEP_MAILS = 4            # after which such a connection is ended with 421
+OUT_OF_STEP_RESETS = 12          # after which such a connection is ended with 421
 
 # What a step may be answered with instead of the usual reply.
 REFUSALS = {
@@ -30,7 +30,9 @@ REFUSALS = {
     "5yz in words": ("550 No such user, fault-%d\r\n", True),
     "5yz of several lines": ("550-5.1.1 There is\r\n550-5.1.1 no way\r\n550 5.1.1 at all, fault-%d\r\n", True),
     "421": ("421 4.3.2 Closing, fault-%d\r\n", False),
+    "535": ("535 5.7.8 Authentication failed, fault-%d\r\n", True),  # a job's end where the driver logs in within its mail
 }
+OF_A_MAIL = tuple(kind for kind in REFUSALS if kind != "535")
 ENDS = ("close", "reset", "half a reply")
 TWISTS = ("late", "garbage", "two replies at once")
 STRAYS = ("cut in two", "longer than a read")
@@ -42,11 +44,11 @@ FAULTS = {
     "AUTH": ("4yz", "5yz", "421", "late", "garbage", "half a reply", "close"),
     "credentials": ("535", "4yz", "421", "late", "garbage") + ENDS,
     "RSET": ("4yz", "5yz", "421", "late", "garbage", "two replies at once", "cut in two") + ENDS,
-    "MAIL": tuple(REFUSALS) + ENDS + TWISTS + STRAYS,
-    "RCPT": tuple(REFUSALS) + ENDS + TWISTS + STRAYS,
-    "DATA": tuple(REFUSALS) + ENDS + TWISTS + STRAYS,
+    "MAIL": OF_A_MAIL + ENDS + TWISTS + STRAYS,
+    "RCPT": OF_A_MAIL + ENDS + TWISTS + STRAYS,
+    "DATA": OF_A_MAIL + ENDS + TWISTS + STRAYS,
     "content": ("close", "reset", "late"),
-    "end": tuple(REFUSALS) + ENDS + TWISTS + STRAYS + ("close after taking", "reset after taking"),
+    "end": OF_A_MAIL + ENDS + TWISTS + STRAYS + ("close after taking", "reset after taking"),
 }
 CONNECTING = ("greeting", "EHLO", "STARTTLS", "AUTH", "credentials")
 
@@ -116,7 +118,7 @@ class FaultySession(Session):
         self.wildness = peer.behaviour
         self.is_encrypted = False
         self.is_out_of_step = False
-        self.mails_out_of_step = 0
+        self.resets_out_of_step = 0
 
     async def run(self):
         self.peer.record.connections += 1
@@ -195,7 +197,8 @@ class FaultySession(Session):
 
     async def reset(self):
         self.has_sender, self.recipients = False, []
-        if self.mails_out_of_step >= OUT_OF_STEP_MAILS:
+        self.resets_out_of_step += self.is_out_of_step
+        if self.resets_out_of_step >= OUT_OF_STEP_RESETS:
             await self.refuse("RSET", "421")
         await self.answer("RSET", "250 2.0.0 Ok\r\n")
 
@@ -233,7 +236,6 @@ class FaultySession(Session):
     async def end(self, recipients, job):
         """Takes the mail or refuses it. It counts as taken before the reply, and as told once that is on its way."""
         stray = self.is_out_of_step
-        self.mails_out_of_step += stray
         fault = self.draw("end")
         if fault in REFUSALS:
             await self.refuse("end", fault)
@@ -273,9 +275,6 @@ class FaultySession(Session):
             fault = self.draw(step)
         if fault in REFUSALS:
             await self.refuse(step, fault)
-            return False
-        if fault == "535":
-            await self.send(b"535 5.7.8 Authentication failed\r\n")
             return False
         if fault in ("close", "reset"):
             self.drop(fault == "reset")

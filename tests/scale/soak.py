@@ -147,8 +147,11 @@ class Soak:
     # The end
 
     def heal(self):
-        for peer in self.setting.peers.peers.values():
+        """Ends the faults and every connection that they left behind. The driver keeps a connection whose EHLO went wrong as
+        long as it answers RSET, and a carrier with such a one alone would stay in trouble with it."""
+        for name, peer in self.setting.peers.peers.items():
             peer.is_healed = True
+            self.setting.peers.call(name, lambda peer: peer.restart(0.1))
 
     def ended(self):
         counts = self.host.counts()
