@@ -1,5 +1,7 @@
 #include "Scenario.h"
 
+#include <netdb.h>
+
 #include <algorithm>
 #include <fstream>
 #include <memory>
@@ -31,6 +33,19 @@ constexpr int kDivisor = 20;
 /// A round in which every reply fails to come takes less.
 constexpr seconds kRoundBound(20);
 constexpr milliseconds kTickInterval(10);
+
+// The message as the server has it.
+constexpr const char* kHeaderAndText =
+    "Mime-Version: 1.0\r\nSubject: Subject\r\nFrom: ann@example.org\r\nContent-Type: multipart/mixed;\r\n"
+    "\tboundary=\"MujheKaamBataoMaiKiaKaronMaiKisKoKhaon\"\r\n\r\n"
+    "--MujheKaamBataoMaiKiaKaronMaiKisKoKhaon\r\nContent-Type: text/plain\r\n\r\nText\r\n";
+constexpr const char* kAttachmentHeader =
+    "--MujheKaamBataoMaiKiaKaronMaiKisKoKhaon\r\n"
+    "Content-Type: application/octet-stream; name=\"note.bin\"\r\nContent-Transfer-Encoding: Base64\r\n"
+    "Content-Disposition: attachment; filename=\"note.bin\"\r\n\r\n";
+constexpr const char* kEnd = "--MujheKaamBataoMaiKiaKaronMaiKisKoKhaon--\r\n";
+constexpr const char* kEncodedTriple = "eHh4";
+constexpr std::size_t kAttachmentTriples = 1000;
 
 /// A log that takes no part in faults; the lines are dropped.
 class HostLog : public KvLogInterface {
@@ -65,12 +80,15 @@ struct Job {
 class Run {
 public:
     Run(const kvfault::Rule& rule, const Extras& extras)
-        : m_extras(extras),
+        : m_rule(rule),
+          m_extras(extras),
           m_server(std::make_unique<ScriptedSmtpServer>(SmtpServerOptions{
               .accounts = {{"ann", "secret"}}, .tls = TestCertificates::Shared().serverTls()})),
-          m_attachment(extras.attachment.empty() ? m_folder.write("note.bin", std::string(3000, 'x'))
-                                                 : extras.attachment) {
+          m_attachment(extras.attachment.empty()
+                           ? m_folder.write("note.bin", std::string(3 * kAttachmentTriples, 'x'))
+                           : extras.attachment) {
         m_server->on("RCPT").recipient("refused@example.org").reply("550 5.1.1 no such user\r\n");
+        InitializeResolver();
         kvfault::ShortenWaits(kDivisor);
         kvfault::Arm(rule);
     }
@@ -98,6 +116,16 @@ public:
 private:
     void Problem(const std::string& text) { m_report.problems.push_back(text); }
 
+    /// The C library's one-time set-up of its resolver does not survive a lack of memory: all later look-ups fail, or
+    /// wait for ever for a lock of its own. A host has looked something up before.
+    static void InitializeResolver() {
+        hostent entry{};
+        hostent* found = nullptr;
+        int error = 0;
+        char buffer[1024];
+        gethostbyname_r("127.0.0.1", &entry, buffer, sizeof(buffer), &found, &error);
+    }
+
     /// Runs a call of the driver; false when it threw.
     template <typename Operation>
     bool Calls(Operation operation) {
@@ -115,11 +143,8 @@ private:
 
     /// As a host does it: a driver whose setup threw is released, and a new one is got.
     void Start() {
-        if (!TryStart()) {
+        while (!TryStart()) {
             m_driver = nullptr;
-            if (!TryStart()) {
-                Problem("the second setup failed too");
-            }
         }
     }
 
@@ -152,6 +177,9 @@ private:
         HandOver(Plain("20_2", "two"));
         HandOver(Plain("30_1", "refused"));
         HandOver(Secure("40_1", "secure"));
+        if (m_extras.beforeFirstTick) {
+            m_extras.beforeFirstTick();
+        }
         TickUntilBack();
     }
 
@@ -162,7 +190,7 @@ private:
     }
 
     void LaterRound() {
-        const bool over = kvfault::Injected() > 0;
+        const bool over = kvfault::Injected() > 0 || m_rule.call == kvfault::Call::Count;
         HandOver(Plain("70_1", "later"), over);
         HandOver(Secure("80_1", "securelater"), over);
         TickUntilBack();
@@ -199,15 +227,44 @@ private:
         m_driver = nullptr;
     }
 
+    /// Who has got a whole message. A cut one counts as none.
     std::set<std::string> RecipientsServed() const {
         std::set<std::string> served;
         for (const TransactionRecord& transaction : m_server->transactions()) {
-            if (transaction.accepted()) {
-                const auto recipients = transaction.recipientAddresses();
+            const auto recipients = transaction.recipientAddresses();
+            if (transaction.accepted() && IsWhole(transaction.data, recipients)) {
                 served.insert(recipients.begin(), recipients.end());
             }
         }
         return served;
+    }
+
+    bool IsWhole(const std::string& data, const std::vector<std::string>& recipients) const {
+        if (recipients.front() != "plain@example.org") {
+            return data == std::string(kHeaderAndText) + kEnd;
+        }
+        const std::string before = std::string(kHeaderAndText) + kAttachmentHeader;
+        return (m_extras.attachmentMayBeEmpty && data == before + "\r\n" + kEnd) ||
+               (data.starts_with(before) && data.ends_with(kEnd) &&
+                CountOf(data, kEncodedTriple) == kAttachmentTriples);
+    }
+
+    void NoteAttachment() {
+        for (const TransactionRecord& transaction : m_server->transactions()) {
+            m_report.attachmentWasEmpty =
+                m_report.attachmentWasEmpty ||
+                (transaction.accepted() &&
+                 transaction.data.ends_with(std::string(kAttachmentHeader) + "\r\n" + kEnd));
+        }
+    }
+
+    static std::size_t CountOf(const std::string& text, const std::string& part) {
+        std::size_t count = 0;
+        for (std::size_t at = text.find(part); at != std::string::npos;
+             at = text.find(part, at + part.size())) {
+            ++count;
+        }
+        return count;
     }
 
     void Judge() {
@@ -216,6 +273,7 @@ private:
             const auto each = static_cast<kvfault::Call>(call);
             m_report.calls[kvfault::NameOf(each)] = kvfault::Calls(each);
         }
+        NoteAttachment();
         const std::set<std::string> served = RecipientsServed();
         for (const Job& job : m_jobs) {
             JudgeJob(job, served.contains(job.file->m_strRecipient));
@@ -227,8 +285,8 @@ private:
         const std::string& name = file.m_strRecipient;
         const int times = m_queue.timesReturned(&file);
         if (times != (job.accepted ? 1 : 0)) {
-            Problem(name + " came back " + std::to_string(times) + " times, accepted: " +
-                    std::to_string(job.accepted));
+            Problem(name + " came back " + std::to_string(times) +
+                    " times, accepted: " + std::to_string(job.accepted));
         }
         if (times == 0) {
             return;
@@ -272,6 +330,7 @@ private:
     }
 
     const int m_descriptors = OpenDescriptorCount();
+    const kvfault::Rule m_rule;
     Extras m_extras;
     TempDir m_folder;
     std::unique_ptr<ScriptedSmtpServer> m_server;
@@ -293,7 +352,8 @@ Report RunScenario(const kvfault::Rule& rule, const Extras& extras) {
 std::string ToText(const Report& report) {
     std::ostringstream text;
     text << "injected\t" << report.injected << "\ncompleted\t" << report.completed << "\nfailed\t"
-         << report.failed << "\ndoubtful\t" << report.doubtful << "\nthrown\t" << report.thrown << "\n";
+         << report.failed << "\ndoubtful\t" << report.doubtful << "\nthrown\t" << report.thrown << "\nempty\t"
+         << report.attachmentWasEmpty << "\n";
     for (const auto& [name, count] : report.calls) {
         text << "call " << name << "\t" << count << "\n";
     }
@@ -330,6 +390,7 @@ Report FromText(const std::string& text) {
     report.failed = std::stoi(fields.at("failed"));
     report.doubtful = std::stoi(fields.at("doubtful"));
     report.thrown = std::stoi(fields.at("thrown"));
+    report.attachmentWasEmpty = fields.at("empty") == "1";
     return report;
 }
 

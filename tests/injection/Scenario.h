@@ -9,11 +9,15 @@
 
 namespace kvinjection {
 
+/// Jobs of the scenario; the server refuses one of them.
+inline constexpr int kJobs = 9;
+
 /// What one run of the scenario came to.
 struct Report {
     unsigned long injected = 0;
     int completed = 0;
     int failed = 0;
+    bool attachmentWasEmpty = false;
     int doubtful = 0;  ///< failed, though the server had accepted them
     int thrown = 0;    ///< exceptions that reached the host
     std::map<std::string, unsigned long> calls;
@@ -27,12 +31,16 @@ Report FromText(const std::string& text);
 
 /// What a test adds to the scenario.
 struct Extras {
-    /// Called when everything stands, before the first job; for limits that count what is there.
+    /// Called when the driver stands, before the first job.
     std::function<void()> beforeFirstJob;
-    /// Called when the fault is over, before the later jobs.
+    /// Called when the first jobs are handed over, before the first tick.
+    std::function<void()> beforeFirstTick;
+    /// Called before the later jobs, which the fault is not to touch.
     std::function<void()> beforeLaterJobs;
     /// Path of the attachment; a regular file when empty.
     std::string attachment;
+    /// The fault may make the attachment arrive as an empty part.
+    bool attachmentMayBeEmpty = false;
 };
 
 /// Loads the plug-in and drives it through its life while `rule` is in force: setup; single messages with an

@@ -153,6 +153,10 @@ unsigned long CallsInScenario(kvfault::Call call) {
 }
 
 std::vector<unsigned long> Sample(unsigned long calls, unsigned long most) {
+    const char* const only = std::getenv("KV_INJECTION_ONLY");
+    if (only != nullptr) {
+        return {std::strtoul(only, nullptr, 10)};
+    }
     const bool full = std::getenv("KV_INJECTION_FULL") != nullptr;
     const unsigned long step = full ? 1 : std::max(1UL, (calls + most - 1) / most);
     std::vector<unsigned long> sample;
@@ -187,8 +191,8 @@ std::string Problems(const std::vector<kvfault::Rule>& rules, const std::vector<
     std::string text;
     for (std::size_t i = 0; i < reports.size(); ++i) {
         for (const std::string& problem : reports[i].problems) {
-            text += std::string(kvfault::NameOf(rules[i].call)) + " #" + std::to_string(rules[i].first) + ": " +
-                    problem + "\n";
+            text += std::string(kvfault::NameOf(rules[i].call)) + " #" + std::to_string(rules[i].first) +
+                    ": " + problem + "\n";
         }
     }
     return text;

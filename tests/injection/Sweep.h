@@ -18,7 +18,7 @@ Report RunOnce(const kvfault::Rule& rule, const Extras& extras = {});
 unsigned long CallsInScenario(kvfault::Call call);
 
 /// Which calls of a sweep over `calls` calls are tried: every one, or as many as `most` in even steps. The
-/// environment variable KV_INJECTION_FULL asks for every one.
+/// environment variable KV_INJECTION_FULL asks for every one, KV_INJECTION_ONLY names a single one.
 std::vector<unsigned long> Sample(unsigned long calls, unsigned long most);
 
 /// The fates of a sweep in one line, for a person.

@@ -39,7 +39,7 @@ enum class Call {
     SslWrite,
     SslGetPeerCertificate,
     X509NameOneline,
-    Malloc,       ///< malloc, calloc and realloc; never counted in a sanitized program, whose allocator is its own
+    Malloc,  ///< malloc, calloc and realloc; never counted in a sanitized program, whose allocator is its own
     OperatorNew,  ///< counted by the operators of the test program
     Count
 };
@@ -48,7 +48,7 @@ enum class Call {
 const char* NameOf(Call call);
 
 enum class Kind {
-    Fail,  ///< the call fails with `error`, without having been made
+    Fail,       ///< the call fails with `error`, without having been made
     OneByte,    ///< send, recv, read, write: the call is made with a size of 1
     StepClock,  ///< the wall clock jumps by `seconds` before the call, and stays there
 };

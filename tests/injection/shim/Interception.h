@@ -43,14 +43,14 @@ Function Next(const char* name) {
 }  // namespace kvfault
 
 /// Declares the function `name` of the system under a name of ours, so that its own declaration is not needed.
-#define KV_REPLACE(result, name, parameters)                 \
+#define KV_REPLACE(result, name, parameters)                \
     extern "C" result Our_##name parameters __asm__(#name); \
     result Our_##name parameters
 
 /// The same, and Next_<name>(), which is the function behind it.
-#define KV_INTERCEPT(result, name, parameters)                        \
-    static auto Next_##name() {                                       \
+#define KV_INTERCEPT(result, name, parameters)                                \
+    static auto Next_##name() {                                               \
         static auto* const next = kvfault::Next<result(*) parameters>(#name); \
-        return next;                                                  \
-    }                                                                 \
+        return next;                                                          \
+    }                                                                         \
     KV_REPLACE(result, name, parameters)

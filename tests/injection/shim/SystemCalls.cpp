@@ -124,7 +124,8 @@ KV_INTERCEPT(int, getsockopt, (int descriptor, int level, int option, void* valu
 }
 
 KV_INTERCEPT(int, gethostbyname_r,
-             (const char* name, hostent* entry, char* buffer, std::size_t size, hostent** result, int* error)) {
+             (const char* name, hostent* entry, char* buffer, std::size_t size, hostent** result,
+              int* error)) {
     if (Fails(Call::Gethostbyname)) {
         *result = nullptr;
         *error = TRY_AGAIN;
