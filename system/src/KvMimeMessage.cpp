@@ -75,9 +75,8 @@ public:
             m_nDescriptor = ::open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
             RefuseLackOfMemory(m_nDescriptor);
         }
-        if (m_nDescriptor >= 0 && IsRegular(::fstat(m_nDescriptor, &status), status)) {
-            m_nSize = static_cast<std::size_t>(status.st_size);
-        }
+        m_bReadable = m_nDescriptor >= 0 && ::fstat(m_nDescriptor, &status) == 0 && S_ISREG(status.st_mode);
+        m_nSize = m_bReadable ? static_cast<std::size_t>(status.st_size) : 0;
     }
     ~OpenFile() {
         if (m_nDescriptor >= 0) {
@@ -92,7 +91,7 @@ public:
     /// Fills `piece` as far as the file goes; what cannot be read is as if it were not there.
     std::size_t Read(char* piece, std::size_t size) const {
         std::size_t filled = 0;
-        while (m_nDescriptor >= 0 && filled < size) {
+        while (m_bReadable && filled < size) {
             const long count = ::read(m_nDescriptor, piece + filled, size - filled);
             if (count == 0 || (count < 0 && errno != EINTR)) {
                 break;
@@ -115,6 +114,7 @@ private:
     }
 
     int m_nDescriptor = -1;
+    bool m_bReadable = false;
     std::size_t m_nSize = 0;
 };
 

@@ -26,9 +26,10 @@ enum class Call {
     PthreadDetach,
     Gethostbyname,
     Fopen,
+    Open,
     Read,
     Write,
-    Stat,
+    Stat,   ///< stat and fstat
     Clock,  ///< time, gettimeofday, clock_gettime(CLOCK_REALTIME)
     SslCtxNew,
     SslCtxLoadVerifyLocations,

@@ -165,6 +165,18 @@ KV_INTERCEPT(FILE*, fopen64, (const char* path, const char* mode)) {
     return Fails(Call::Fopen) ? nullptr : Next_fopen64()(path, mode);
 }
 
+KV_INTERCEPT(int, open, (const char* path, int flags, mode_t mode)) {
+    return Fails(Call::Open) ? -1 : Next_open()(path, flags, mode);
+}
+
+KV_INTERCEPT(int, open64, (const char* path, int flags, mode_t mode)) {
+    return Fails(Call::Open) ? -1 : Next_open64()(path, flags, mode);
+}
+
+KV_INTERCEPT(int, fstat, (int descriptor, struct stat* result)) {
+    return Fails(Call::Stat) ? -1 : Next_fstat()(descriptor, result);
+}
+
 KV_INTERCEPT(int, stat, (const char* path, struct stat* result)) {
     return Fails(Call::Stat) ? -1 : Next_stat()(path, result);
 }
