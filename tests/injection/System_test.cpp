@@ -28,7 +28,6 @@ constexpr const char* kNoReason = "";
 /// The fault changes nothing: every job is completed but the one that the server refuses.
 constexpr const char* kNoEffect = nullptr;
 
-
 /// A call that fails at every place of the scenario in turn.
 struct SweepCase {
     const char* name;
