@@ -237,6 +237,11 @@ int KvEmailDriver::SmtpWrite(const std::string& text) {
     return InStep([&] { return m_objSocket.Write(text); });
 }
 
+/// Logged as two writes, of the first `first` bytes and of the rest.
+int KvEmailDriver::SendText(const std::string& text, std::size_t first) {
+    return InStep([&] { return m_objSocket.WriteAsTwo(text, first); });
+}
+
 bool KvEmailDriver::ValidateJob(Job& job) {
     const auto build = [](int code, const char* text) { const KvSmtpException notRaised(code, text); };
     if (job.strHost.empty()) {

@@ -169,6 +169,7 @@ public:
     /// Shuts the connection down in both directions; the descriptor stays until Close. Called when an exchange broke
     /// off in the middle: the reply that is still to come would be taken for the answer to the next command, and a
     /// command for a line of the message. Whatever is tried on the connection afterwards fails.
+    int SendText(const std::string& text, std::size_t first);
     void BreakOff();
 
 protected:

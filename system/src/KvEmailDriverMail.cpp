@@ -82,7 +82,7 @@ void KvEmailDriver::RunTransaction(const std::string& from, const std::vector<st
     SmtpWrite("DATA\r\n");
     SmtpRead(reply);
     const std::string text = BuildMessage(from, subject, body, attachments);
-    m_objSocket.WriteAsTwo(text, text.size() - kLastLine.size());
+    SendText(text, text.size() - kLastLine.size());
     SmtpRead(reply);
 }
 
