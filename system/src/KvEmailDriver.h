@@ -169,13 +169,13 @@ public:
     /// Shuts the connection down in both directions; the descriptor stays until Close. Called when an exchange broke
     /// off in the middle: the reply that is still to come would be taken for the answer to the next command, and a
     /// command for a line of the message. Whatever is tried on the connection afterwards fails.
-    int SendText(const std::string& text, std::size_t first);
     void BreakOff();
 
 protected:
     template <typename Step>
     int InStep(Step step);
     int ReadReply(std::string& reply);
+    int SendText(const std::string& text, std::size_t first);
     static bool IsStartTlsDemand(const KvSmtpException& error, const Job& job);
     void Authenticate(Job& job);
     void Greet(Job& job);
