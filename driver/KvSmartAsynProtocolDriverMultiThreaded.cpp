@@ -169,7 +169,6 @@ void KvSmartAsynProtocolDriverMultiThreaded::AddToPool(KvSmartProtocolDriverDele
             delete delegate;
         }
     } catch (const std::bad_alloc&) {
-        KV_LOG(m_pLog, LogError, kSource, "Error: %s", "Out of memory");
         delete delegate;
     }
 }

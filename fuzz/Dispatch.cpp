@@ -124,7 +124,7 @@ std::set<std::string> AcceptedRecipients(const std::vector<Event>& events) {
             current.clear();
         } else if (line.starts_with("RCPT TO: <")) {
             current.insert(line.substr(10, line.size() - 13));
-        } else if (line == ".\r\n" && i + 1 < events.size()) {
+        } else if (line.ends_with("\r\n.\r\n") && i + 1 < events.size()) {
             const Event& reply = events[i + 1];
             const bool isReply = reply.kind == Event::Received || reply.kind == Event::TimedOut;
             if (isReply && !kvfuzz::IsRefusal(kvfuzz::Seen(reply.bytes))) {

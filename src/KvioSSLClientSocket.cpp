@@ -272,7 +272,7 @@ int KvioSSLClientSocket::WriteAsTwo(const std::string& text, std::size_t first) 
     }
     const int written = SendTls(text.data(), text.size());
     LogSent(text.data(), first, kLineSentText, kSource);
-    LogSent(text.data() + first, text.size() - first, kLineSentText, kSource);
+    LogSent(text.data() + first, text.size() - first, kLineSent, kSource);
     return written;
 }
 

@@ -80,7 +80,7 @@ TEST(SecretMaskTest, EncodedFormsInAUrlAreMasked) {
     const SecretMask mask(Accounts{{"kv", "hunter2"}, {"kv", "i>?>o"}});
     EXPECT_EQ(mask.Apply("AGt2AGh1bnRlcjI%3D"), "[masked]");
     EXPECT_EQ(mask.Apply("aT4%2FPm8%3D aT4%2fPm8%3d"), "[masked] [masked]");
-    EXPECT_EQ(mask.Apply("-%7Bkv%7D-%7Bhunter2%7D"), "-{kv}-{[masked]}");
+    EXPECT_EQ(mask.Apply("-%7Bkv%7D-%7Bhunter2%7D"), "-%7Bkv%7D-%7B[masked]%7D");
 }
 
 TEST(SecretMaskTest, AShortPasswordIsNotLookedForInEncodedText) {
