@@ -209,8 +209,8 @@ def parse():
     parser.add_argument("--bin", type=pathlib.Path, required=True, help="folder of the built programs")
     parser.add_argument("--peers", type=pathlib.Path, required=True, help="folder of the clients that are not built here")
     parser.add_argument("--out", type=pathlib.Path, required=True, help="folder for table, raw figures and picture")
-    parser.add_argument("--rounds", type=int, help="5, or 3 with --quick")
-    parser.add_argument("--quick", action="store_true", help="fewer messages and three rounds: within two minutes")
+    parser.add_argument("--rounds", type=int, help="5, or 2 with --quick")
+    parser.add_argument("--quick", action="store_true", help="fewer messages and two rounds: within two minutes")
     parser.add_argument("--workloads", default="".join(WORKLOADS), help="some of " + "".join(WORKLOADS))
     parser.add_argument("--connections", type=int, nargs="*", default=[1, 3, 10])
     parser.add_argument("--clients", nargs="*", default=CLIENTS, help="some of: " + ", ".join(CLIENTS))
@@ -219,7 +219,7 @@ def parse():
 
 def main():
     options = parse()
-    rounds, scale = options.rounds or (3 if options.quick else 5), 0.2 if options.quick else 1
+    rounds, scale = options.rounds or (2 if options.quick else 5), 0.2 if options.quick else 1
     report = {"machine": machine(), "rounds": rounds, "parts": []}
     options.out.mkdir(parents=True, exist_ok=True)
     with tempfile.TemporaryDirectory() as folder:
