@@ -89,7 +89,7 @@ class Bench:
         if program in ("floor", "driver", "curl"):
             command = [self.binaries / f"kvbench_{program}", *options]
             if program == "driver":
-                command += ["--library", self.binaries / "libkvsmtpdriver.so"]
+                command += ["--plugin", self.binaries / "libkvsmtpdriver.so"]
             return command + (["--flavour", flavour] if flavour else [])
         if program == "smtplib":
             return [sys.executable, HERE / "clients/smtplib_client.py", *options]

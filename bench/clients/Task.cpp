@@ -51,7 +51,7 @@ Task ReadTask(int argc, char** argv) {
     app.add_option("--attachment", task.attachment)->check(CLI::ExistingFile);
     app.add_option("--ca", task.ca)->check(CLI::ExistingFile);
     app.add_option("--flavour", task.flavour);
-    app.add_option("--library", task.library)->check(CLI::ExistingFile);
+    app.add_option("--plugin", task.plugin)->check(CLI::ExistingFile);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -15,7 +15,7 @@ struct Task {
     std::string attachment;   ///< path of the one attached file; empty for none
     std::string ca;           ///< PEM file of the trusted authority; STARTTLS is used when it is given
     std::string flavour;      ///< a way of the client's own
-    std::string library;      ///< the driver to load, for the client that loads one
+    std::string plugin;       ///< the driver to load, for the client that loads one
 };
 
 /// Reads the command line; ends the process with a message when it is no good.

@@ -59,7 +59,7 @@ public:
 /// The driver with all that a host lends it.
 class Driver {
 public:
-    Driver(const Task& task) : m_library(dlopen(task.library.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+    Driver(const Task& task) : m_library(dlopen(task.plugin.c_str(), RTLD_NOW | RTLD_LOCAL)) {
         if (m_library == nullptr) {
             Fail(dlerror());
         }

@@ -17,7 +17,8 @@ TEST(DurationTest, ANumberAndAUnitAreADuration) {
 }
 
 TEST(DurationTest, AnythingElseIsNone) {
-    for (const char* text : {"", "5", "s", "5 s", "-5s", "-0s", "+5s", "5S", "1.5s", "5s ", " 5s", "5sec", "0x5s"}) {
+    for (const char* text :
+         {"", "5", "s", "5 s", "-5s", "-0s", "+5s", "5S", "1.5s", "5s ", " 5s", "5sec", "0x5s"}) {
         EXPECT_EQ(ParseDuration(text), std::nullopt) << text;
     }
 }
