@@ -4,9 +4,8 @@
 
 #include "Descriptors.h"
 #include "HostDoubles.h"
-#include "KvSmtpDriver.h"
-#include "KvconThreadPool.h"
 #include "ScriptedSmtpServer.h"
+#include "StoppableDriver.h"
 #include "TestCertificates.h"
 #include "TestMessageFile.h"
 
@@ -14,32 +13,6 @@ namespace {
 
 using namespace kvtest;
 using Reports = KvMessengerReportsMngrInterface;
-
-/// The real driver, with a hand on its pool: Cleanup would give the workers a minute.
-class StoppableDriver : public KvSMTPDriver {
-public:
-    explicit StoppableDriver(HostDoubles& host) {
-        host.lendTo(*this);
-        m_pLog = nullptr;
-        std::map<std::string, std::string> settings;
-        Configure(settings);
-        Setup(&host.instanceConf);
-    }
-    ~StoppableDriver() override { StopAndCleanUp(); }
-
-    void HandOver(KvMessageFile& file) {
-        Reports::ReportsStatus status{};
-        ASSERT_TRUE(SendAMessage(&file, status));
-    }
-
-    void StopAndCleanUp() {
-        if (m_pThreadPool != nullptr) {
-            m_pThreadPool->StopTasks();
-            m_pThreadPool->Stop(100);
-            Cleanup();
-        }
-    }
-};
 
 /// Where the server falls silent.
 struct Silence {
@@ -76,7 +49,7 @@ protected:
         std::vector<std::unique_ptr<TestMessageFile>> files;
         for (const char* id : {"A_1", "A_2", "B_1", "C_1"}) {
             files.push_back(Message(server).id(id).jobId(id).build());
-            driver.HandOver(*files.back());
+            ASSERT_TRUE(driver.HandOver(*files.back()));
         }
         driver.PeriodicEvent();
         // Under a sanitizer 20 MB of text take their time; and the driver must not outlive the files, come what may.
@@ -131,7 +104,7 @@ TEST_P(StopWhileReconnectingTest, EveryFileIsBackOnceAndNothingIsLeftOpen) {
                               .security(SMTP_SECURITY_REQUIRED)
                               .caFile(TestCertificates::Shared().caFile())
                               .build();
-        driver.HandOver(*file);
+        ASSERT_TRUE(driver.HandOver(*file));
         driver.PeriodicEvent();
         ASSERT_TRUE(server.waitForConnections(2));
         ASSERT_TRUE(server.waitForCommand(GetParam().step, GetParam().occurrence));

@@ -2,12 +2,9 @@
 #include <sys/ioctl.h>
 
 #include <chrono>
-#include <map>
 
-#include "HostDoubles.h"
-#include "KvSmtpDriver.h"
-#include "KvconThreadPool.h"
 #include "KvioSSLClientSocket.h"
+#include "StoppableDriver.h"
 #include "TestCertificates.h"
 #include "hostile/HostileDelivery.h"
 #include "hostile/VirtualTime.h"
@@ -51,25 +48,6 @@ TEST(TicketFloodTest, AReadWhoseTimeIsOverDoesNotGoOnForAsLongAsRecordsWithoutDa
     EXPECT_GT(UnreadBytes(socket), 0);
 }
 
-/// The driver, with a hand on its pool: Cleanup would give the worker a minute.
-class StoppableDriver : public KvSMTPDriver {
-public:
-    explicit StoppableDriver(HostDoubles& host) {
-        host.lendTo(*this);
-        m_pLog = nullptr;
-        std::map<std::string, std::string> settings;
-        Configure(settings);
-        Setup(&host.instanceConf);
-    }
-    ~StoppableDriver() override { delete m_pLock; }
-
-    void StopAndCleanUp() {
-        m_pThreadPool->StopTasks();
-        m_pThreadPool->Stop(100);
-        Cleanup();
-    }
-};
-
 TEST(DemandFloodTest, AWorkerThatRepeatsAuthWithoutEverWaitingIsEndedByTheStopOfTheDriver) {
     const auto end = Clock::now() + std::chrono::seconds(10);
     ScriptedSmtpServer server(OfferingAccount());
@@ -81,8 +59,7 @@ TEST(DemandFloodTest, AWorkerThatRepeatsAuthWithoutEverWaitingIsEndedByTheStopOf
     HostDoubles host;
     const auto file = WithAccount(JobFor(server)).security(SMTP_SECURITY_ON_DEMAND).build();
     StoppableDriver driver(host);
-    auto status = KvMessengerReportsMngrInterface::REPORT_NONE;
-    ASSERT_TRUE(driver.SendAMessage(file.get(), status));
+    ASSERT_TRUE(driver.HandOver(*file));
     {
         const AlwaysReady ready;
         driver.PeriodicEvent();
