@@ -15,7 +15,7 @@
 #include "KvEndSignals.h"
 #include "KvNonBlockingMode.h"
 #include "KvOpenSslLibrary.h"
-#include "KvSigPipeGuard.h"
+#include "KvSocketWriteBio.h"
 #include "KvioException.h"
 
 namespace {
@@ -51,6 +51,15 @@ bool IsSwitched(const SSL* ssl) {
     return ssl != nullptr && SSL_get_ex_data(ssl, SwitchedIndex()) != nullptr;
 }
 
+/// Whether `ssl` reads from and writes to `descriptor` from now on.
+bool SetDescriptor(SSL* ssl, int descriptor) {
+    BIO* const output = SSL_set_fd(ssl, descriptor) > 0 ? KvSocketWriteBio::New(descriptor) : nullptr;
+    if (output != nullptr) {
+        SSL_set0_wbio(ssl, output);
+    }
+    return output != nullptr;
+}
+
 /// What is left of `timeoutMs` milliseconds since `start`; of no limit, no limit.
 int TimeLeft(std::chrono::steady_clock::time_point start, int timeoutMs) {
     if (timeoutMs == kNoTimeout) {
@@ -71,10 +80,9 @@ void SeedGenerator() {
     RAND_seed(seed.data(), kSeedBytes);
 }
 
-/// One call of OpenSSL whose result is judged with SSL_get_error afterwards; it may write to the descriptor.
+/// One call of OpenSSL whose result is judged with SSL_get_error afterwards.
 template <typename Call>
 int CallTls(Call call) {
-    const KvSigPipeGuard guard;
     ERR_clear_error();
     return call();
 }
@@ -204,7 +212,7 @@ void KvioSSLClientSocket::UseClientCertificate() {
 void KvioSSLClientSocket::CreateConnection() {
     m_pSSL = SSL_new(m_pCtx);
     Require(m_pSSL != nullptr, "SSL: Set SSL Failed");
-    Require(SSL_set_fd(m_pSSL, m_socket) > 0, "SSL: Set SSL Socket Failed");
+    Require(SetDescriptor(m_pSSL, m_socket), "SSL: Set SSL Socket Failed");
     SSL_set_connect_state(m_pSSL);
     SSL_set_mode(m_pSSL, SSL_MODE_AUTO_RETRY);
 }
