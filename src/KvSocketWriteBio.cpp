@@ -18,7 +18,7 @@ int Write(BIO* bio, const char* data, int size) {
 }
 
 BIO_METHOD* MakeMethod() {
-    BIO_METHOD* const method = BIO_meth_new(BIO_TYPE_SOCKET, "socket, without SIGPIPE");
+    BIO_METHOD* const method = BIO_meth_new(BIO_TYPE_SOCKET, "KvSocketWriteBio");
     if (method != nullptr) {
         const BIO_METHOD* const plain = BIO_s_socket();
         BIO_meth_set_create(method, BIO_meth_get_create(plain));
