@@ -146,6 +146,7 @@ void OperationCommand::ForAll(StoreDatabase& store, const Take& take) const {
             return;
         }
         std::vector<std::string> names;
+        names.reserve(jobs.size());
         for (const StoredJob& job : jobs) {
             names.push_back(job.id);
         }
