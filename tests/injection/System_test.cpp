@@ -154,9 +154,9 @@ INSTANTIATE_TEST_SUITE_P(
                     SweepCase{"SocketReadFails", Call::Read, ECONNRESET, "SSL Socket Read Error", 20},
                     SweepCase{"SocketReadInterrupted", Call::Read, EINTR, kNoEffect},
                     SweepCase{"SocketReadsOneByte", Call::Read, 0, kNoEffect, 10, Kind::OneByte},
-                    SweepCase{"SocketWriteFails", Call::Write, ECONNRESET, "SSL Write Error"},
-                    SweepCase{"SocketWriteInterrupted", Call::Write, EINTR, kNoEffect},
-                    SweepCase{"SocketWritesOneByte", Call::Write, 0, kNoEffect, 10, Kind::OneByte}),
+                    SweepCase{"SocketSendFails", Call::TlsSend, ECONNRESET, "SSL Write Error"},
+                    SweepCase{"SocketSendInterrupted", Call::TlsSend, EINTR, kNoEffect},
+                    SweepCase{"SocketSendsOneByte", Call::TlsSend, 0, kNoEffect, 10, Kind::OneByte}),
     NameOfCase);
 
 INSTANTIATE_TEST_SUITE_P(

@@ -23,6 +23,7 @@ std::atomic<long> g_clockOffset;
 
 /// Of the initial TLS block: the first use in a thread allocates nothing.
 [[gnu::tls_model("initial-exec")]] thread_local bool t_inProduct = false;
+[[gnu::tls_model("initial-exec")]] thread_local bool t_inTls = false;
 
 constexpr const char* kNames[kCalls + 1] = {"socket",
                                             "connect",
@@ -39,7 +40,7 @@ constexpr const char* kNames[kCalls + 1] = {"socket",
                                             "fopen",
                                             "open",
                                             "read",
-                                            "write",
+                                            "send in TLS",
                                             "stat",
                                             "clock",
                                             "SSL_CTX_new",
@@ -117,6 +118,18 @@ bool InProduct(bool inside) {
     const bool before = t_inProduct;
     t_inProduct = inside;
     return before;
+}
+
+TlsCall::TlsCall() : m_before(t_inTls) {
+    t_inTls = true;
+}
+
+TlsCall::~TlsCall() {
+    t_inTls = m_before;
+}
+
+bool InTls() {
+    return t_inTls;
 }
 
 Verdict Meets(Call call) {

@@ -28,9 +28,9 @@ enum class Call {
     Fopen,
     Open,
     Read,
-    Write,
-    Stat,   ///< stat and fstat
-    Clock,  ///< time, gettimeofday, clock_gettime(CLOCK_REALTIME)
+    TlsSend,  ///< send, called by OpenSSL; it does not count as Send
+    Stat,     ///< stat and fstat
+    Clock,    ///< time, gettimeofday, clock_gettime(CLOCK_REALTIME)
     SslCtxNew,
     SslCtxLoadVerifyLocations,
     SslNew,
@@ -50,7 +50,7 @@ const char* NameOf(Call call);
 
 enum class Kind {
     Fail,       ///< the call fails with `error`, without having been made
-    OneByte,    ///< send, recv, read, write: the call is made with a size of 1
+    OneByte,    ///< send, recv, read: the call is made with a size of 1
     StepClock,  ///< the wall clock jumps by `seconds` before the call, and stays there
 };
 

@@ -18,6 +18,18 @@ inline bool Fails(Call call) {
 bool InProduct();
 /// Sets it; what it was before.
 bool InProduct(bool inside);
+/// While an object of this class lives, the calling thread is inside OpenSSL.
+class TlsCall {
+public:
+    TlsCall();
+    ~TlsCall();
+    TlsCall(const TlsCall&) = delete;
+    TlsCall& operator=(const TlsCall&) = delete;
+
+private:
+    bool m_before;
+};
+bool InTls();
 /// The divisor of waits for the calling thread.
 int Divisor();
 /// Seconds by which the wall clock of the calling thread is off.

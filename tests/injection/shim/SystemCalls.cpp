@@ -66,7 +66,7 @@ KV_INTERCEPT(int, connect, (int descriptor, const sockaddr* address, socklen_t s
 }
 
 KV_INTERCEPT(ssize_t, send, (int descriptor, const void* data, std::size_t size, int flags)) {
-    const Verdict verdict = Meets(Call::Send);
+    const Verdict verdict = Meets(kvfault::InTls() ? Call::TlsSend : Call::Send);
     return verdict == Verdict::Fail ? -1 : Next_send()(descriptor, data, Sized(verdict, size), flags);
 }
 
@@ -78,11 +78,6 @@ KV_INTERCEPT(ssize_t, recv, (int descriptor, void* data, std::size_t size, int f
 KV_INTERCEPT(ssize_t, read, (int descriptor, void* data, std::size_t size)) {
     const Verdict verdict = Meets(Call::Read);
     return verdict == Verdict::Fail ? -1 : Next_read()(descriptor, data, Sized(verdict, size));
-}
-
-KV_INTERCEPT(ssize_t, write, (int descriptor, const void* data, std::size_t size)) {
-    const Verdict verdict = Meets(Call::Write);
-    return verdict == Verdict::Fail ? -1 : Next_write()(descriptor, data, Sized(verdict, size));
 }
 
 KV_INTERCEPT(int, pselect,

@@ -25,15 +25,23 @@ KV_INTERCEPT(int, SSL_set_fd, (SSL * ssl, int descriptor)) {
 }
 
 KV_INTERCEPT(int, SSL_connect, (SSL * ssl)) {
+    const kvfault::TlsCall inside;
     return Fails(Call::SslConnect) ? -1 : Next_SSL_connect()(ssl);
 }
 
 KV_INTERCEPT(int, SSL_read, (SSL * ssl, void* data, int size)) {
+    const kvfault::TlsCall inside;
     return Fails(Call::SslRead) ? -1 : Next_SSL_read()(ssl, data, size);
 }
 
 KV_INTERCEPT(int, SSL_write, (SSL * ssl, const void* data, int size)) {
+    const kvfault::TlsCall inside;
     return Fails(Call::SslWrite) ? -1 : Next_SSL_write()(ssl, data, size);
+}
+
+KV_INTERCEPT(int, SSL_shutdown, (SSL * ssl)) {
+    const kvfault::TlsCall inside;
+    return Next_SSL_shutdown()(ssl);
 }
 
 KV_INTERCEPT(X509*, SSL_get1_peer_certificate, (const SSL* ssl)) {
