@@ -22,7 +22,7 @@ std::string RecoveryText(const Recovery& found) {
 
 }  // namespace
 
-Daemon::Daemon(ConfigSource source, const ServiceNotifier& notifier)
+Daemon::Daemon(const ConfigSource& source, const ServiceNotifier& notifier)
     : Daemon(source, std::make_shared<const HostConfig>(source()), notifier) {}
 
 Daemon::Daemon(ConfigSource source, std::shared_ptr<const HostConfig> config, const ServiceNotifier& notifier)

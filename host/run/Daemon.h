@@ -37,7 +37,7 @@ public:
 
     /// Opens the store, takes its lock and loads the driver. All stop signals and SIGHUP are blocked before. Throws
     /// StoreError (another host has the store, or it cannot be used), BadInput and DriverError.
-    Daemon(ConfigSource source, const ServiceNotifier& notifier);
+    Daemon(const ConfigSource& source, const ServiceNotifier& notifier);
 
     /// Runs to the end and answers how that was. After Stuck a thread is still inside the driver: the process has to
     /// end without unwinding (std::_Exit).
