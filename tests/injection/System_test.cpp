@@ -199,7 +199,9 @@ TEST(InjectorTest, WithoutARuleEveryJobIsCompletedButTheRefusedOne) {
 TEST(InjectorTest, ARuleFailsExactlyTheCallsThatItNames) {
     const Report once = RunOnce({Call::Connect, 2, 1, ECONNREFUSED});
     EXPECT_EQ(once.injected, 1U);
-    EXPECT_EQ(once.calls.at("connect"), 3U) << "the second carrier connects again for its later job";
+    // The second carrier connects again for its later job. A job may be back before its connection is: then the next round
+    // opens one more.
+    EXPECT_GE(once.calls.at("connect"), 3U);
     EXPECT_EQ(once.reasons, (std::vector<std::string>{std::string("secure@example.org: ") + kNoConnection}));
     const Report always = RunOnce({Call::Connect, 1, 1000000, ECONNREFUSED});
     EXPECT_EQ(always.injected, 4U) << "two carriers in two rounds";
