@@ -117,6 +117,7 @@ class FaultySession(Session):
         super().__init__(peer, reader, writer)
         self.wildness = peer.behaviour
         self.is_encrypted = False
+        self.is_connecting = True
         self.is_out_of_step = False
         self.resets_out_of_step = 0
 
@@ -197,6 +198,7 @@ class FaultySession(Session):
 
     async def reset(self):
         self.has_sender, self.recipients = False, []
+        self.is_connecting = False
         self.resets_out_of_step += self.is_out_of_step
         if self.resets_out_of_step >= OUT_OF_STEP_RESETS:
             await self.refuse("RSET", "421")
@@ -336,10 +338,12 @@ class FaultyPeer(Peer):
         self.sessions = set()
 
     async def close(self):
-        """Connections that are out of step are left: what was sent over them may still have to be read."""
+        """Connections that are out of step are left once they carry mails: what was sent over them may still have to be
+        read. While the driver connects they are cut like all others: it would wait its minute for a reply that it has had
+        already, and for the one to HELO another, and nothing else is handed over meanwhile."""
         self.server.close()
         for session in self.sessions:
-            if not session.is_out_of_step:
+            if session.is_connecting or not session.is_out_of_step:
                 session.writer.close()
 
     async def restart(self, seconds):
