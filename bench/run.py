@@ -30,7 +30,7 @@ WORKLOADS = {
     "b": {"title": "100 KB attachment", "attachment": 100 * KIB, "messages": {1: 1500, 3: 3000}},
     "c": {"title": "10 MB attachment", "attachment": 10 * MIB, "messages": {1: 24}},
     "d": {"title": "10 recipients", "recipients": 10, "messages": {1: 3000, 3: 6000}},
-    "e": {"title": "1 KB text, 20 ms a reply", "delay": 20, "messages": {1: 50, 3: 150, 10: 500}},
+    "e": {"title": "1 KB text, 20 ms a reply", "delay": 20, "messages": {1: 30, 3: 90, 10: 300}},
     "f": {"title": "1 KB text inside TLS", "tls": True, "messages": {1: 5000, 3: 9000, 10: 9000}},
 }
 # The divisor of the number of messages: a client that takes ten times as long need not be waited for ten times as long.

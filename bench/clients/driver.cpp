@@ -4,10 +4,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <future>
+#include <deque>
 #include <memory>
+#include <mutex>
+#include <thread>
 
 #include "KvProtocolDriverInterface.h"
 #include "KvconCriticalSection.h"
@@ -23,19 +27,43 @@ using Reports = KvMessengerReportsMngrInterface;
     std::_Exit(1);
 }
 
-/// How many files the driver still has.
-std::atomic<int> filesAway{0};
-std::promise<void> allBack;
+/// What is handed over together and becomes the work of one connection. The last file of it that comes back reports it.
+struct Slice {
+    std::atomic<int> away{0};
+};
+
+/// The slices that are back, as the host waits for them.
+class BackSlices {
+public:
+    void Add() {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        ++m_nBack;
+        m_changed.notify_one();
+    }
+    void Take() {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_nBack > 0; });
+        --m_nBack;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    int m_nBack = 0;
+};
+BackSlices backSlices;
 
 /// The host's view of one message to one recipient. The driver says a status text to every file that it hands back.
 class File : public KvMessageFile {
 public:
     void SetFailureReason(const std::string& reason) override { Fail("a message failed: " + reason); }
     void SetStatusText(const std::string&) override {
-        if (filesAway.fetch_sub(1) == 1) {
-            allBack.set_value();
+        if (m_pSlice->away.fetch_sub(1) == 1) {
+            backSlices.Add();
         }
     }
+
+    Slice* m_pSlice = nullptr;
 };
 
 class DiscardingLog : public KvLogInterface {
@@ -125,32 +153,80 @@ std::vector<std::unique_ptr<File>> MakeFiles(const Task& task) {
     return files;
 }
 
-/// As many parts as there are connections, with a tick after each: every tick takes a connection of its own.
-void HandOver(Driver& driver, const Task& task, const std::vector<std::unique_ptr<File>>& files) {
-    const int part = std::max(1, (task.messages + task.connections - 1) / task.connections) * task.recipients;
-    int filed = 0;
-    for (const auto& file : files) {
-        Reports::ReportsStatus status{};
-        if (!driver->SendAMessage(file.get(), status)) {
-            Fail("a job was not accepted");
+using Files = std::vector<std::unique_ptr<File>>;
+
+/// Gives the driver its work in slices, as a host does whose connections are to be equally busy to the end: one for each
+/// connection, another as soon as one is back, and ever smaller ones. A tick after each: it takes a free connection.
+class HandOver {
+public:
+    HandOver(Driver& driver, const Task& task, const Files& files)
+        : m_driver(driver),
+          m_files(files),
+          m_nRecipients(static_cast<std::size_t>(task.recipients)),
+          m_nConnections(static_cast<std::size_t>(task.connections)) {}
+
+    void Run() {
+        while (m_nSlicesAway < m_nConnections && Next()) {
         }
-        if (++filed % part == 0) {
-            driver->PeriodicEvent();
+        while (m_nSlicesAway > 0) {
+            backSlices.Take();
+            --m_nSlicesAway;
+            if (m_nFiled < m_files.size()) {
+                std::this_thread::sleep_for(kUntilTheConnectionIsFree);
+                Next();
+            }
         }
     }
-    driver->PeriodicEvent();
-}
+
+private:
+    /// A worker gives its connection back just after the last file.
+    static constexpr std::chrono::milliseconds kUntilTheConnectionIsFree{1};
+    static constexpr std::size_t kLeastMessages = 20;
+
+    /// Half of what one connection had to do if all that is left were shared out now; all of it when there is one only.
+    std::size_t FilesOfNext() const {
+        const std::size_t left = (m_files.size() - m_nFiled) / m_nRecipients;
+        const std::size_t share = m_nConnections == 1 ? left : left / (2 * m_nConnections);
+        return std::min(left, std::max(share, kLeastMessages)) * m_nRecipients;
+    }
+
+    bool Next() {
+        const std::size_t count = FilesOfNext();
+        if (count == 0) {
+            return false;
+        }
+        Slice& slice = m_slices.emplace_back();
+        slice.away = static_cast<int>(count);
+        for (const std::size_t end = m_nFiled + count; m_nFiled < end; ++m_nFiled) {
+            File& file = *m_files[m_nFiled];
+            file.m_pSlice = &slice;
+            Reports::ReportsStatus status{};
+            if (!m_driver->SendAMessage(&file, status)) {
+                Fail("a job was not accepted");
+            }
+        }
+        ++m_nSlicesAway;
+        m_driver->PeriodicEvent();
+        return true;
+    }
+
+    Driver& m_driver;
+    const Files& m_files;
+    const std::size_t m_nRecipients;
+    const std::size_t m_nConnections;
+    std::deque<Slice> m_slices;
+    std::size_t m_nFiled = 0;
+    std::size_t m_nSlicesAway = 0;
+};
 
 }  // namespace
 
 int main(int argc, char** argv) {
     const Task task = kvbench::ReadTask(argc, argv);
     const auto files = MakeFiles(task);
-    filesAway = static_cast<int>(files.size());
     Driver driver(task);
     const kvbench::Meter meter;
-    HandOver(driver, task, files);
-    allBack.get_future().wait();
+    HandOver(driver, task, files).Run();
     meter.Print();
     if (!std::all_of(files.begin(), files.end(),
                      [](const auto& file) { return file->m_eStatus == Reports::REPORT_COMPLETED; })) {
