@@ -190,6 +190,29 @@ def figure(value, digits):
     return "–" if value is None else f"{value:,.{digits}f}"
 
 
+OVERVIEW = ["smtp-source", "curl", "nodemailer", "smtplib"]
+
+
+def rate(row):
+    return figure(row and row["rate"], 1 if row and row["rate"] < 100 else 0)
+
+
+def overview(report):
+    """One line for each workload and number of connections."""
+    lines = ["| workload | connections | floor | driver | ratio | driver log | ratio | " + " | ".join(OVERVIEW)
+             + " | CPU to the floor's | peak MiB |", "|" + "---|" * (len(OVERVIEW) + 9)]
+    for part in report["parts"]:
+        rows = {row["client"]: row for row in part["rows"]}
+        floor, driver, log = rows.get(FLOORS.get(part["workload"], "floor")), rows.get("driver"), rows.get("driver log")
+        if floor is None or driver is None:
+            continue
+        cells = [part["workload"], str(part["connections"]), rate(floor), rate(driver), figure(driver["ratio"], 2),
+                 rate(log), figure(log and log["ratio"], 2), *(rate(rows.get(client)) for client in OVERVIEW),
+                 figure(driver["cpu"] / floor["cpu"], 2), figure(driver["peak_mib"], 1)]
+        lines.append("| " + " | ".join(cells) + " |")
+    return "\n".join(lines) + "\n"
+
+
 def markdown(report):
     lines = [f"Machine: {report['machine']}. Medians of {report['rounds']} rounds.", ""]
     for part in report["parts"]:
@@ -234,7 +257,7 @@ def main():
                                         "rows": rows, "runs": results})
                 print(markdown(dict(report, parts=report["parts"][-1:])).split("\n", 2)[2], flush=True)
     (options.out / "figures.json").write_text(json.dumps(report, indent=1) + "\n", encoding="utf-8")
-    (options.out / "table.md").write_text(markdown(report), encoding="utf-8")
+    (options.out / "table.md").write_text(overview(report) + "\n" + markdown(report), encoding="utf-8")
     (options.out / "picture.svg").write_text(picture.draw(report), encoding="utf-8")
     print(f"Written to {options.out}: table.md, figures.json, picture.svg")
 
