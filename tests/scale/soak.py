@@ -9,7 +9,7 @@ faults stop, and every job must be accounted for by what the servers themselves 
 
 The host is sampled meanwhile: its memory, descriptors and threads must not grow. The medians of the second and the last
 quarter of the samples are compared; the last may be higher by a tenth and 8 MiB of memory or 8 descriptors, and by 4
-threads.
+threads. Descriptors may also be 8 more than at the start with all the connections that the driver may have.
 
     soak.py --bin build/release/bin [--seconds 1200] [--jobs 500000] [--out FOLDER] [--keep FOLDER]
 
@@ -54,7 +54,7 @@ class Soak:
     def run(self):
         self.host.start()
         wait_until(self.is_ready, 30, "the host is ready", self.host.check_alive)
-        self.vitals = Vitals(self.host, self.setting.http_port)
+        self.vitals = Vitals(self.host, self.setting.http_port, self.setting.connections())
         begin = time.monotonic()
         due = {name: 0.0 for name in PARTS}
         while (elapsed := time.monotonic() - begin) < self.arguments.seconds or self.is_behind(elapsed):

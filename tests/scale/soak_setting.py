@@ -9,6 +9,7 @@ from sink_process import Sink, make_certificates
 from smtp_peers import SmtpPeers
 
 SEED = 20261122
+CONNECTIONS = 3           # of each carrier
 SINKS = 8                 # the last two want TLS and AUTH
 TOKEN = "token-of-the-soak-0123456789"
 PASSWORDS = ("first-password", "second-password")   # of the sinks with AUTH: each reload takes the other one
@@ -57,6 +58,9 @@ class Setting:
         self.http_port = free_port()
         (folder / "token").write_text(TOKEN + "\n", encoding="ascii")
 
+    def connections(self):
+        return CONNECTIONS * (len(self.sinks) + len(self.wild))
+
     @staticmethod
     def wants_login(number):
         return number > SINKS - 2
@@ -74,7 +78,7 @@ class Setting:
 [driver]
 threadpool_size = 16
 diff_carrier_connection_count = 80
-same_carrier_connection_count = 3
+same_carrier_connection_count = {CONNECTIONS}
 [run]
 tick = "50ms"
 probe_limit = "2s"

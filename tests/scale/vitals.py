@@ -16,11 +16,13 @@ LIMITS = {
 
 
 class Vitals:
-    """Samples of a host that runs."""
+    """Samples of a host that runs. `connections`: as many as it may have to servers at once; in a short run some of them come
+    late."""
 
-    def __init__(self, host, http_port):
+    def __init__(self, host, http_port, connections=0):
         self.host = host
         self.http_port = http_port
+        self.connections = connections
         self.begin = time.monotonic()
         self.samples = []
 
@@ -48,6 +50,8 @@ class Vitals:
             second = statistics.median(sample[figure] for sample in self.samples[quarter:2 * quarter] or self.samples)
             last = statistics.median(sample[figure] for sample in self.samples[-quarter:])
             limit = second * (1 + share) + addend + (slack_mib if figure == "rss_mib" else 0.0)
+            if figure == "descriptors" and self.connections:
+                limit = max(limit, self.samples[0][figure] + self.connections + addend)
             answer[figure] = {"second_quarter": second, "last_quarter": last, "limit": round(limit, 2),
                               "highest": max(sample[figure] for sample in self.samples), "holds": last <= limit}
         return answer

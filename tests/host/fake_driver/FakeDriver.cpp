@@ -58,23 +58,34 @@ extern "C" void OnWorkerSignal(int) {
 /// A thread that does nothing but wait with SIGTERM and SIGQUIT open, until it is told to end.
 class OpenWorker {
 public:
-    OpenWorker() : m_thread([this] { Wait(); }) {}
+    /// The end signal is blocked before the thread is there: it may come before the thread has run.
+    OpenWorker() {
+        sigset_t before;
+        const sigset_t end = EndSignal();
+        ::pthread_sigmask(SIG_BLOCK, &end, &before);
+        m_thread = std::thread([] { Wait(); });
+        ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    }
     ~OpenWorker() {
         ::pthread_kill(m_thread.native_handle(), SIGUSR1);
         m_thread.join();
     }
 
 private:
-    void Wait() {
+    static sigset_t EndSignal() {
         sigset_t end;
         ::sigemptyset(&end);
         ::sigaddset(&end, SIGUSR1);
-        ::pthread_sigmask(SIG_BLOCK, &end, nullptr);
+        return end;
+    }
+
+    static void Wait() {
         sigset_t open;
         ::sigemptyset(&open);
         ::sigaddset(&open, SIGTERM);
         ::sigaddset(&open, SIGQUIT);
         ::pthread_sigmask(SIG_UNBLOCK, &open, nullptr);
+        const sigset_t end = EndSignal();
         int number = 0;
         while (::sigwait(&end, &number) != 0) {
         }
