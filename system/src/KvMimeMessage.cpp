@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <new>
 #include <sstream>
+#include <string_view>
 
 #include "KvBase64Lines.h"
 
@@ -21,6 +22,7 @@ constexpr const char* kBoundary = "MujheKaamBataoMaiKiaKaronMaiKisKoKhaon";
 /// Room for what usually stands around a content: a delimiter, the header of a part, the end.
 constexpr std::size_t kRoomForDelimiters = 512;
 
+constexpr std::string_view kLineEnd = "\r\n";
 const std::string kDelimiter = std::string("\r\n--") + kBoundary + "\r\n";
 const std::string kClosingDelimiter = std::string("\r\n--") + kBoundary + "--\r\n";
 
@@ -31,6 +33,13 @@ std::string TextOf(const mimetic::MimeEntity& entity) {
         throw std::bad_alloc();  // the stream keeps the failure to itself; the text is cut somewhere
     }
     return text.str();
+}
+
+/// The header of an entity without content, up to the empty line.
+std::string FieldsOf(const mimetic::MimeEntity& entity) {
+    std::string text = TextOf(entity);
+    text.resize(text.size() - kLineEnd.size());
+    return text;
 }
 
 void AppendWithCrLfLineEnds(const std::string& text, std::string& out) {
@@ -44,10 +53,16 @@ void AppendWithCrLfLineEnds(const std::string& text, std::string& out) {
     out.append(text, begin);
 }
 
-void AppendTextPart(const std::string& body, std::string& out) {
+/// The header of the text part, with the empty line behind it.
+std::string TextPartHeader() {
     mimetic::MimeEntity part;
     part.header().contentType(mimetic::ContentType("text/plain"));
-    out += TextOf(part);
+    return TextOf(part);
+}
+
+void AppendTextPart(const std::string& body, std::string& out) {
+    static const std::string kHeader = TextPartHeader();
+    out += kHeader;
     AppendWithCrLfLineEnds(body, out);
 }
 
@@ -130,23 +145,37 @@ void AppendFileContent(const std::string& path, std::string& out) {
     }
 }
 
-void SetHeaders(mimetic::Header& header, const std::string& from, const std::string& subject) {
-    header.mimeVersion(mimetic::MimeVersion("1.0"));
+/// What stands in every message before the fields of its own.
+std::string FirstFields() {
+    mimetic::MimeEntity top;
+    top.header().mimeVersion(mimetic::MimeVersion("1.0"));
+    return FieldsOf(top);
+}
+
+/// What stands in every message behind the fields of its own, up to the first part.
+std::string LastFields() {
+    mimetic::MimeEntity top;
+    top.header().contentType(mimetic::ContentType("multipart/mixed"));
+    top.header().contentType().param("boundary", kBoundary);
+    std::string text = TextOf(top);
+    text.resize(text.size() - kClosingDelimiter.size());  // what ends a message without parts
+    return text;
+}
+
+std::string OwnFields(const std::string& from, const std::string& subject) {
+    mimetic::MimeEntity top;
     if (!subject.empty()) {
-        header.subject(subject);
+        top.header().subject(subject);
     }
-    header.from(mimetic::MailboxList(from));
-    header.contentType(mimetic::ContentType("multipart/mixed"));
-    header.contentType().param("boundary", kBoundary);
+    top.header().from(mimetic::MailboxList(from));
+    return FieldsOf(top);
 }
 
 /// Everything before the first part.
 std::string Head(const std::string& from, const std::string& subject) {
-    mimetic::MimeEntity top;
-    SetHeaders(top.header(), from, subject);
-    std::string text = TextOf(top);
-    text.resize(text.size() - kClosingDelimiter.size());  // what ends a message without parts
-    return text;
+    static const std::string kFirst = FirstFields();
+    static const std::string kLast = LastFields();
+    return kFirst + OwnFields(from, subject) + kLast;
 }
 
 }  // namespace
