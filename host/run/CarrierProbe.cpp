@@ -37,9 +37,9 @@ CarrierProbe::CarrierProbe(std::function<void()> onFinding)
 
 CarrierProbe::~CarrierProbe() {
     constexpr std::chrono::seconds kPatience{1};
-    m_pShared->breakOff.Wake();
     std::unique_lock<std::mutex> lock(m_pShared->mutex);
     m_pShared->onFinding = nullptr;
+    m_pShared->breakOff.Wake();
     m_pShared->changed.wait_for(lock, kPatience, [this] { return m_pShared->underWay == 0; });
 }
 

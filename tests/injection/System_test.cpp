@@ -170,7 +170,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 INSTANTIATE_TEST_SUITE_P(
     Memory, SystemFaultTest,
-    testing::Values(SweepCase{"OperatorNewThrows", Call::OperatorNew, ENOMEM, kNoConnection, 80},
+    testing::Values(SweepCase{"OperatorNewThrows", Call::OperatorNew, ENOMEM, kNoConnection, 130},
                     SweepCase{"OperatorNewThrows20Times", Call::OperatorNew, ENOMEM, kNoReason, 30,
                               Kind::Fail, 20},
                     SweepCase{"MallocFails", Call::Malloc, ENOMEM, kNoConnection, 120},
