@@ -183,11 +183,14 @@ private:
     static constexpr std::chrono::milliseconds kUntilTheConnectionIsFree{1};
     static constexpr std::size_t kLeastMessages = 20;
 
-    /// Half of what one connection had to do if all that is left were shared out now; all of it when there is one only.
+    /// Half of what one connection had to do if all that is left were shared out now, but not too little; all of it when
+    /// there is one only.
     std::size_t FilesOfNext() const {
         const std::size_t left = (m_files.size() - m_nFiled) / m_nRecipients;
-        const std::size_t share = m_nConnections == 1 ? left : left / (2 * m_nConnections);
-        return std::min(left, std::max(share, kLeastMessages)) * m_nRecipients;
+        const std::size_t fair = (left + m_nConnections - 1) / m_nConnections;
+        const std::size_t count =
+            m_nConnections == 1 ? left : std::max(fair / 2, std::min(fair, kLeastMessages));
+        return count * m_nRecipients;
     }
 
     bool Next() {
