@@ -83,6 +83,24 @@ protected:
         Start(options, std::move(script));
         ASSERT_NO_THROW(socket.StartSSL());
     }
+    /// Starts TLS with a server that then resets the connection. The error that waits for the first call is taken away, so
+    /// that the next write meets a broken pipe, for which the system has SIGPIPE.
+    void StartTlsAndLoseTheServer() {
+        StartTls([this](TlsConnection& client) {
+            client.Send("x");
+            const linger abort{1, 0};
+            setsockopt(client.Descriptor(), SOL_SOCKET, SO_LINGER, &abort, sizeof(abort));
+            latch.Wait();
+        });
+        ASSERT_EQ(Read(20000), 1);
+        latch.Open();
+        peer->Finish();
+        ASSERT_EQ(socket.Wait(true, false, 20000), 33);  // the reset is here
+        int error = 0;
+        socklen_t size = sizeof(error);
+        ASSERT_EQ(getsockopt(socket.GetSocket(), SOL_SOCKET, SO_ERROR, &error, &size), 0);
+        ASSERT_EQ(error, ECONNRESET);
+    }
     /// Connects to a listener that speaks no TLS; answers its end.
     ScopedDescriptor ConnectPlain() {
         Connect(listener.Port());

@@ -185,16 +185,7 @@ TEST_F(KvioSSLClientSocketTest, EmptyWriteNeitherThrowsNorLogs) {
 }
 
 TEST_F(KvioSSLClientSocketTest, WriteToAServerThatIsGoneThrowsRaisesNoSigPipeAndIsNotLogged) {
-    StartTls([&](TlsConnection& client) {
-        client.Send("x");
-        const linger abort{1, 0};
-        setsockopt(client.Descriptor(), SOL_SOCKET, SO_LINGER, &abort, sizeof(abort));
-        latch.Wait();
-    });
-    ASSERT_EQ(Read(20000), 1);
-    latch.Open();
-    peer->Finish();
-    ASSERT_EQ(socket.Wait(true, false, 20000), 33);  // the reset is here
+    StartTlsAndLoseTheServer();
     socket.SetEventLog(&log);
     EXPECT_EQ(IoFailureOf([&] { socket.Write("x"); }), Plain("SSL Write Error"));
     EXPECT_EQ(IoFailureOf([&] { socket.Write(Bytes("x"), 1); }), Plain("SSL Write Error"));
