@@ -26,5 +26,13 @@ def figure(page, name):
     return int(found.group(1))
 
 
+def tell(what, wrong):
+    """Prints what is wrong and answers the exit status."""
+    for sentence in wrong:
+        print(f"FAILED: {sentence}")
+    print(f"{what}:", "FAILED" if wrong else "passed")
+    return 1 if wrong else 0
+
+
 def time_of(page):
     return re.search(r'<span id="time">([^<]*)</span>', page).group(1)

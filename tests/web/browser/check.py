@@ -14,7 +14,7 @@ import sys
 import tempfile
 import urllib.request
 
-from browser import chromium, figure, page_after, time_of
+from browser import chromium, figure, page_after, tell, time_of
 
 HOSTILE = "</td><script>document.title='broken'</script> \"quoted\" & 'so' &amp; \u20ac"
 REASON = "550 5.1.1 <nobody@example.org>: Recipient address rejected: User unknown"
@@ -55,10 +55,7 @@ def main():
         finally:
             program.stdin.close()
             program.wait(timeout=30)
-    for what in wrong:
-        print(f"FAILED: {what}")
-    print("the status page in a browser:", "FAILED" if wrong else "passed")
-    return 1 if wrong else 0
+    return tell("the status page in a browser", wrong)
 
 
 if __name__ == "__main__":

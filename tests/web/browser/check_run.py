@@ -15,7 +15,7 @@ import threading
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scale"))
 
-from browser import figure, page_after  # noqa: E402
+from browser import figure, page_after, tell  # noqa: E402
 from kvhost_program import Kvhost, wait_until  # noqa: E402
 from smtp_peers import REFUSED_PREFIX, Behaviour, SmtpPeers  # noqa: E402
 
@@ -102,10 +102,7 @@ def main():
             host.start()
             wrong = look(f"http://127.0.0.1:{port}/", host)
             host.stop()
-    for what in wrong:
-        print(f"FAILED: {what}")
-    print("the status page of a running daemon in a browser:", "FAILED" if wrong else "passed")
-    return 1 if wrong else 0
+    return tell("the status page of a running daemon in a browser", wrong)
 
 
 if __name__ == "__main__":
