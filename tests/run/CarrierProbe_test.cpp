@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 #include "Eventually.h"
 #include "ScriptedSmtpServer.h"
 #include "TestPorts.h"
@@ -74,6 +76,17 @@ TEST(CarrierProbeTest, AFindingWakesItsOwner) {
     EXPECT_EQ(findings[0].carrier, "east");
     EXPECT_EQ(findings[0].result.kind, Kind::Answers);
     EXPECT_TRUE(probe.TakeFindings().empty());
+}
+
+TEST(CarrierProbeTest, NobodyIsToldOnceTheEndOfTheObjectHasBegun) {
+    const kvtest::SilentListener server;
+    std::atomic<int> told{0};
+    for (int round = 1; round <= 300; ++round) {  // what is broken off ends at the same moment
+        CarrierProbe probe([&told] { ++told; });
+        probe.Begin("east", server.address(), kLong);
+        ASSERT_TRUE(server.waitForConnections(round));
+    }
+    EXPECT_EQ(told, 0);
 }
 
 TEST(CarrierProbeTest, TheEndOfTheObjectBreaksOffWhatIsUnderWay) {
