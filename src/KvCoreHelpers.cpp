@@ -136,6 +136,7 @@ void Kvsleep(int milliseconds) {
         sleep(static_cast<unsigned int>(seconds));
         milliseconds %= 1000;
     }
+    // The rest only: usleep may refuse a second or more.
     usleep(static_cast<useconds_t>(milliseconds) * 1000);
 }
 

@@ -37,7 +37,7 @@ bool Lock(int fd) {
         if (::flock(fd, LOCK_EX | LOCK_NB) == 0) {
             return true;
         }
-        ::usleep(kPauseUs);
+        ::usleep(kPauseUs);  // flock waits either not at all or without limit
     }
     return ::flock(fd, LOCK_EX | LOCK_NB) == 0;
 }

@@ -17,6 +17,17 @@ using namespace std::chrono_literals;
 
 const std::string kSixBytes("AB\r\0C\n", 6);
 
+/// Milliseconds: longer than each pause of SendSlowly, shorter than all of them together.
+constexpr int kLongerThanAPause = 1900;
+
+/// Sends "abcd" and a line feed. The pauses are the subject of the tests: they are what the time-outs are set against.
+void SendSlowly(acceptedsocket::Peer& peer) {
+    for (const char* byte : {"a", "b", "c", "d", "\n"}) {
+        std::this_thread::sleep_for(400ms);  // five of them make 2 s
+        peer.Send(byte);
+    }
+}
+
 // ---- the untimed reader ----
 
 class AcceptedSocketLine : public ConnectedSocketTest {
@@ -162,14 +173,8 @@ TEST_F(AcceptedSocketTimedLine, OfSilenceIsEmpty) {
 }
 
 TEST_F(AcceptedSocketTimedLine, WaitsForEveryByteAfresh) {
-    // Five bytes 400 ms apart: together longer than the time-out, each of them well within it.
-    std::thread sender([&] {
-        for (const char* byte : {"a", "b", "c", "d", "\n"}) {
-            std::this_thread::sleep_for(400ms);
-            peer.Send(byte);
-        }
-    });
-    EXPECT_EQ(ReadLine(1900), "abcd\n");
+    std::thread sender([this] { SendSlowly(peer); });
+    EXPECT_EQ(ReadLine(kLongerThanAPause), "abcd\n");
     EXPECT_EQ(status, KvioSocket::SOCKET_DONE);
     sender.join();
 }
@@ -296,14 +301,8 @@ TEST_F(AcceptedSocketTill, NeedsNoLog) {
 }
 
 TEST_F(AcceptedSocketTill, WaitsForEveryByteAfresh) {
-    // Five bytes 400 ms apart: together longer than the time-out, each of them well within it.
-    std::thread sender([&] {
-        for (const char* byte : {"a", "b", "c", "d", "\n"}) {
-            std::this_thread::sleep_for(400ms);
-            peer.Send(byte);
-        }
-    });
-    EXPECT_EQ(ReadTill("\n", 1900), "abcd\n");
+    std::thread sender([this] { SendSlowly(peer); });
+    EXPECT_EQ(ReadTill("\n", kLongerThanAPause), "abcd\n");
     sender.join();
 }
 
