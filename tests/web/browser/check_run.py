@@ -69,11 +69,13 @@ def look(url, host):
     """Answers what is wrong, one sentence each."""
     stream = Stream(host)
     stream.start()
-    wait_until(lambda: host.counts().get("delivered", 0) > 0, 30, "a job is delivered", host.check_alive)
-    first = page_after(url, 500)
-    second = page_after(url, 7000)
-    stream.ended.set()
-    stream.join()
+    try:
+        wait_until(lambda: host.counts().get("delivered", 0) > 0, 30, "a job is delivered", host.check_alive)
+        first = page_after(url, 500)
+        second = page_after(url, 7000)
+    finally:
+        stream.ended.set()
+        stream.join()
     wait_until(lambda: host.counts().get("delivered", 0) == stream.submitted, 60, "all are delivered", host.check_alive)
     wait_until(lambda: host.counts().get("failed", 0) == REFUSED, 30, "the refused ones have failed", host.check_alive)
     last = page_after(url, 5000)
