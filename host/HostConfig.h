@@ -35,7 +35,7 @@ struct Carrier {
 struct RunSettings {
     Milliseconds tick{200};         ///< between two periodic events while there is nothing to hand over
     int maxUnderWay = 1000;         ///< jobs that are with the driver at the same time
-    int slice = 20;                 ///< jobs of one carrier that are handed over together
+    int slice = 100;                ///< jobs of one carrier that are handed over together, at most
     Milliseconds stopLimit{30000};  ///< what a stop leaves to the jobs that are under way
     Milliseconds cleanUpLimit{
         90000};  ///< for the driver's clean-up; a pool of workers may need 60 s and more

@@ -56,7 +56,8 @@ std::optional<CarrierDemand> HandOverDesk::DemandOf(const CarrierQueue& queue, S
     if (permit == CarrierHealth::Permit::None) {
         return std::nullopt;
     }
-    return CarrierDemand{queue.carrier, isUrgent, permit == CarrierHealth::Permit::One};
+    return CarrierDemand{queue.carrier, isUrgent,
+                         permit == CarrierHealth::Permit::One ? std::optional<int>(1) : std::nullopt};
 }
 
 void HandOverDesk::NoteUnknown(const CarrierQueue& queue) {

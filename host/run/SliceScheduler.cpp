@@ -14,6 +14,8 @@ namespace {
 constexpr std::chrono::milliseconds kSettling{5};
 /// How long a slice should take: the longest that an urgent job of the carrier waits for the place.
 constexpr double kSliceMs = 250;
+/// Jobs of a slice while nothing is known of the carrier's pace.
+constexpr int kJobsAtFirst = 20;
 /// The weight of the newest slice in the pace of its carrier.
 constexpr double kNewest = 0.3;
 
@@ -100,8 +102,8 @@ std::vector<SliceScheduler::Place> SliceScheduler::PlacesFor(
         place.demand = demands[static_cast<std::size_t>(i)];
         place.turn = (i - first + count) % count;
         place.underWay = SlicesOf(place.demand.carrier);
-        place.most = place.demand.isForOneOnly ? std::min(place.underWay + 1, m_limits.perCarrier)
-                                               : m_limits.perCarrier;
+        place.most =
+            place.demand.trial ? std::min(place.underWay + 1, m_limits.perCarrier) : m_limits.perCarrier;
         places.push_back(std::move(place));
     }
     return places;
@@ -109,7 +111,7 @@ std::vector<SliceScheduler::Place> SliceScheduler::PlacesFor(
 
 /// Gives the carrier one slice. False when it has nothing due after all.
 bool SliceScheduler::Fill(Place& place, const DueJobs& due, int room, std::vector<TickLoad>& loads) {
-    const int size = place.demand.isForOneOnly ? 1 : SliceSize(place.demand.carrier);
+    const int size = place.demand.trial.value_or(SliceSize(place.demand.carrier));
     if (!place.isLookedUp) {
         place.isLookedUp = true;
         place.jobs = due(place.demand.carrier, std::min(room, size * (place.most - place.underWay)));
@@ -182,7 +184,10 @@ int SliceScheduler::SlicesOf(const std::string& carrier) const {
 
 int SliceScheduler::SliceSize(const std::string& carrier) const {
     const auto pace = m_mapPace.find(carrier);
-    if (pace == m_mapPace.end() || pace->second * m_limits.jobsPerSlice <= kSliceMs) {
+    if (pace == m_mapPace.end()) {
+        return std::min(kJobsAtFirst, m_limits.jobsPerSlice);
+    }
+    if (pace->second * m_limits.jobsPerSlice <= kSliceMs) {
         return m_limits.jobsPerSlice;
     }
     return std::max(1, static_cast<int>(kSliceMs / pace->second));

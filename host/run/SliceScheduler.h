@@ -16,7 +16,7 @@ struct HostConfig;
 struct SliceLimits {
     int perCarrier = 3;  ///< slices of one carrier
     int inAll = 2;       ///< slices of all carriers
-    int jobsPerSlice = 20;
+    int jobsPerSlice = 100;  ///< of a carrier that is known to be fast enough for it
     int jobsInAll = 1000;
 };
 
@@ -28,7 +28,8 @@ SliceLimits SliceLimitsOf(const HostConfig& config);
 struct CarrierDemand {
     std::string carrier = {};
     bool isUrgent = false;      ///< one of them is urgent
-    bool isForOneOnly = false;  ///< the carrier is to be tried with a single job
+    /// The carrier is to be tried first: with one slice of so many jobs at most, whatever else the limits say.
+    std::optional<int> trial = {};
 };
 
 /// Jobs of one carrier that go over one connection.
@@ -41,9 +42,9 @@ struct Slice {
 /// Decides which jobs go to the driver next. It knows no clock and no store: the caller passes the moment and looks the
 /// jobs up. One thread at a time.
 ///
-/// Carriers with an urgent job come first, then those with the fewest slices under way, then in turn. A slice gets
-/// smaller when the carrier is slow, so that what comes after it does not wait long. A slice that is back occupies its
-/// place a moment longer: the driver gives its connection back after the last file.
+/// Carriers with an urgent job come first, then those with the fewest slices under way, then in turn. A slice begins
+/// small and is as large as the carrier is fast, so that what comes after it does not wait long. A slice that is back
+/// occupies its place a moment longer: the driver gives its connection back after the last file.
 class SliceScheduler {
 public:
     using Time = std::chrono::steady_clock::time_point;

@@ -35,7 +35,7 @@ TEST_F(ConfigRunTest, AnEmptyFileHasTheStandardSettings) {
     EXPECT_EQ(config.store, "");
     EXPECT_EQ(config.run.tick, Milliseconds(200));
     EXPECT_EQ(config.run.maxUnderWay, 1000);
-    EXPECT_EQ(config.run.slice, 20);
+    EXPECT_EQ(config.run.slice, 100);
     EXPECT_EQ(config.deliveryLog.path, "");
     EXPECT_FALSE(config.http.isOn);
     EXPECT_EQ(config.logBytes, 0U);

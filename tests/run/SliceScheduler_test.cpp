@@ -146,11 +146,15 @@ TEST_F(SliceSchedulerTest, CarriersTakeTurns) {
     EXPECT_THAT(order, ElementsAre("a", "b", "c", "a", "b", "c"));
 }
 
-TEST_F(SliceSchedulerTest, ACarrierOnTrialGetsOneJob) {
+TEST_F(SliceSchedulerTest, ACarrierOnTrialGetsOneSliceOfItsSize) {
     SetDue("a", 100);
-    const std::vector<Slice> slices = Go({{"a", false, true}});
+    const std::vector<Slice> slices = Go({{"a", false, 1}});
     ASSERT_THAT(slices, SizeIs(1));
     EXPECT_THAT(slices[0].jobs, ElementsAre(1));
+    SetDue("b", 100);
+    const std::vector<Slice> larger = Go({{"b", false, 70}});
+    ASSERT_THAT(larger, SizeIs(1));
+    EXPECT_THAT(larger[0].jobs, SizeIs(70));
 }
 
 TEST_F(SliceSchedulerTest, ThePlaceOfASliceIsFreeAMomentAfterItsLastJobIsBack) {
@@ -186,6 +190,27 @@ TEST_F(SliceSchedulerTest, ASlowCarrierGetsSmallerSlices) {
     EXPECT_THAT(Go({{"slow"}})[0].jobs, SizeIs(2));
 }
 
+TEST_F(SliceSchedulerTest, ACarrierGetsLargeSlicesOnceItIsKnownToBeFast) {
+    m_scheduler.SetLimits(Limits(1, 10, 100));
+    SetDue("fast", 1000);
+    const std::vector<Slice> first = Go({{"fast"}});
+    EXPECT_THAT(first[0].jobs, SizeIs(20));
+    m_now += std::chrono::milliseconds(20);  // 1 ms for a job
+    BringBack(first[0]);
+    m_now += std::chrono::seconds(1);
+    EXPECT_THAT(Go({{"fast"}})[0].jobs, SizeIs(100));
+}
+
+TEST_F(SliceSchedulerTest, ASliceIsNoLargerThanWhatTakesAQuarterOfASecond) {
+    m_scheduler.SetLimits(Limits(1, 10, 100));
+    SetDue("middling", 1000);
+    const std::vector<Slice> first = Go({{"middling"}});
+    m_now += std::chrono::milliseconds(100);  // 5 ms for a job
+    BringBack(first[0]);
+    m_now += std::chrono::seconds(1);
+    EXPECT_THAT(Go({{"middling"}})[0].jobs, SizeIs(50));
+}
+
 TEST_F(SliceSchedulerTest, ACarrierWithNothingDueAfterAllGetsNothing) {
     SetDue("a", 0);
     SetDue("b", 1);
@@ -198,7 +223,7 @@ TEST(SliceLimitsTest, TheDriversDefaultsHoldForWhatIsNotConfigured) {
     const SliceLimits limits = SliceLimitsOf(config);
     EXPECT_EQ(limits.perCarrier, 3);
     EXPECT_EQ(limits.inAll, 2);
-    EXPECT_EQ(limits.jobsPerSlice, 20);
+    EXPECT_EQ(limits.jobsPerSlice, 100);
     EXPECT_EQ(limits.jobsInAll, 1000);
 }
 
