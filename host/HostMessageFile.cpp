@@ -1,5 +1,7 @@
 #include "HostMessageFile.h"
 
+#include <utility>
+
 #include "MailText.h"
 
 namespace kvhost {
@@ -28,6 +30,18 @@ HostMessageFile::HostMessageFile(const Job& job, const Carrier& carrier, std::si
     m_strRecipient = job.recipients[recipient];
     m_vecAttachments = job.attachments;
     SetAccount(*this, carrier);
+}
+
+void HostMessageFile::SetStatusText(const std::string& text) {
+    m_strStatusText = text;
+    if (m_onComing) {
+        m_onComing();
+    }
+}
+
+void HostMessageFile::GoWith(std::int64_t slice, std::function<void()> onComing) {
+    m_nSlice = slice;
+    m_onComing = std::move(onComing);
 }
 
 }  // namespace kvhost

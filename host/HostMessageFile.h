@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <string>
 
 #include "HostConfig.h"
@@ -24,7 +26,13 @@ public:
     HostMessageFile(const Job& job, const Carrier& carrier, std::size_t recipient, std::size_t outcome);
 
     void SetFailureReason(const std::string& reason) override { m_strFailureReason = reason; }
-    void SetStatusText(const std::string& text) override { m_strStatusText = text; }
+    /// The last thing that a driver does with a file before it hands it back.
+    void SetStatusText(const std::string& text) override;
+
+    /// Notes, before the hand-over, the slice that the file goes with, and what is to be called when it is about to come
+    /// back: on the driver's thread, thread-safe, throws nothing.
+    void GoWith(std::int64_t slice, std::function<void()> onComing);
+    std::int64_t Slice() const { return m_nSlice; }
 
     const std::string& FailureReason() const { return m_strFailureReason; }
     const std::string& StatusText() const { return m_strStatusText; }
@@ -32,6 +40,8 @@ public:
 
 private:
     const std::size_t m_nOutcome;
+    std::int64_t m_nSlice = 0;
+    std::function<void()> m_onComing;
     std::string m_strFailureReason;
     std::string m_strStatusText;
 };

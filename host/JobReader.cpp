@@ -1,9 +1,5 @@
 #include "JobReader.h"
 
-#include <cerrno>
-#include <fstream>
-#include <iostream>
-#include <system_error>
 #include <utility>
 
 #include "InputChecks.h"
@@ -15,15 +11,6 @@ namespace kvhost {
 namespace {
 
 constexpr const char* kFieldNames = "id, carrier, recipient, recipients, subject, text or attachments";
-constexpr const char* kStandardInput = "standard input";
-
-bool IsBlank(const std::string& line) {
-    return line.find_first_not_of(" \t\r") == std::string::npos;
-}
-
-std::string Place(const Job& job) {
-    return job.file + ":" + std::to_string(job.line);
-}
 
 void RefuseUnfitFile(JsonFields& fields, const std::string& path) {
     if (const auto wrong = WhyNotAReadableFile(path)) {
@@ -38,36 +25,10 @@ void RefuseUnfitFile(JsonFields& fields, const std::string& path) {
 
 }  // namespace
 
-void JobReader::ReadFile(const std::string& path) {
-    if (path == "-") {
-        Read(std::cin, kStandardInput);
-        return;
+Job JobReader::Read(const std::string& text, const std::string& file, unsigned long line) {
+    if (m_vecFiles.empty() || m_vecFiles.back() != file) {
+        m_vecFiles.push_back(file);
     }
-    errno = 0;
-    std::ifstream stream(path, std::ios::binary);
-    if (!stream || stream.peek() == std::char_traits<char>::eof()) {
-        if (errno != 0) {
-            throw BadInput(
-                {Problem{path, 0, "", "cannot be read: " + std::generic_category().message(errno)}});
-        }
-    }
-    stream.clear();
-    Read(stream, path);
-}
-
-void JobReader::Read(std::istream& stream, const std::string& name) {
-    std::string text;
-    for (unsigned long line = 1; std::getline(stream, text); ++line) {
-        if (!IsBlank(text)) {
-            m_vecJobs.push_back(ReadLine(text, name, line));
-        }
-    }
-    if (stream.bad()) {
-        throw BadInput({Problem{name, 0, "", "cannot be read to its end"}});
-    }
-}
-
-Job JobReader::ReadLine(const std::string& text, const std::string& file, unsigned long line) {
     Job job;
     job.file = file;
     job.line = line;
@@ -103,9 +64,10 @@ void JobReader::ReadId(JsonFields& fields, Job& job) {
         return;
     }
     job.id = *id;
-    const auto [first, isNew] = m_mapIds.emplace(*id, Place(job));
+    const auto [first, isNew] = m_mapIds.emplace(*id, Place{m_vecFiles.size() - 1, job.line});
     if (!isNew) {
-        fields.Refuse("id", "expected an id of its own, \"" + *id + "\" is used at " + first->second);
+        fields.Refuse("id", "expected an id of its own, \"" + *id + "\" is used at " +
+                                m_vecFiles[first->second.file] + ":" + std::to_string(first->second.line));
     }
 }
 

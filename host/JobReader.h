@@ -1,8 +1,7 @@
 #pragma once
 
-#include <istream>
-#include <map>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "HostConfig.h"
@@ -14,24 +13,22 @@ namespace kvhost {
 /// Reads jobs, one JSON object per line (JSON Lines), and checks them against the carriers of a
 /// configuration.
 ///
-/// Every line that is not blank becomes one Job; a line with a fault becomes a refused one and the rest is
-/// read on. An identifier may be used once in everything that one reader reads. One thread at a time; refers
-/// to the configuration, which must outlive it.
+/// An identifier may be used once in everything that one reader reads. One thread at a time; refers to the
+/// configuration, which must outlive it.
 class JobReader {
 public:
     explicit JobReader(const HostConfig& config) : m_config(config) {}
 
-    /// Reads the file at `path`, or the standard input for "-". Throws BadInput when it cannot be read.
-    /// Paths of attachments are resolved beside the file; beside the current folder for the standard input.
-    void ReadFile(const std::string& path);
-    /// Reads `stream`; `name` is how messages name it and what attachments are resolved beside.
-    void Read(std::istream& stream, const std::string& name);
-
-    /// The jobs in the order of their lines, refused ones included.
-    const std::vector<Job>& Jobs() const { return m_vecJobs; }
+    /// The job of the line `line` of `file`, `text`; a refused one when the line has a fault. Paths of attachments are
+    /// resolved beside the file; beside the current folder for the standard input.
+    Job Read(const std::string& text, const std::string& file, unsigned long line);
 
 private:
-    Job ReadLine(const std::string& text, const std::string& file, unsigned long line);
+    struct Place {
+        std::size_t file = 0;  ///< in m_vecFiles
+        unsigned long line = 0;
+    };
+
     void ReadFields(JsonFields& fields, Job& job);
     void ReadId(JsonFields& fields, Job& job);
     void ReadCarrier(JsonFields& fields, Job& job);
@@ -40,8 +37,8 @@ private:
     void ReadAttachments(JsonFields& fields, Job& job);
 
     const HostConfig& m_config;
-    std::vector<Job> m_vecJobs;
-    std::map<std::string, std::string> m_mapIds;  ///< identifier to the place of its first use
+    std::vector<std::string> m_vecFiles;              ///< those read from so far
+    std::unordered_map<std::string, Place> m_mapIds;  ///< identifier to the place of its first use
 };
 
 }  // namespace kvhost

@@ -16,8 +16,11 @@ constexpr std::string_view kPartLine = "--MujheKaamBataoMaiKiaKaronMaiKisKoKhaon
 
 /// `text` with LF for each CR LF and each lone CR.
 std::string WithPlainLineEnds(std::string_view text) {
+    if (text.find('\r') == std::string_view::npos) {
+        return std::string(text);
+    }
     std::string plain;
-    plain.reserve(text.size() + text.size() / 16);
+    plain.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (text[i] != '\r') {
             plain += text[i];
@@ -32,19 +35,23 @@ std::string WithPlainLineEnds(std::string_view text) {
 std::string WithDotsDoubled(std::string_view text) {
     std::string doubled;
     doubled.reserve(text.size() + text.size() / 16);
-    char previous = '\n';
-    for (const char c : text) {
-        if (c == '.' && previous == '\n') {
+    while (!text.empty()) {
+        if (text.front() == '.') {
             doubled += '.';
         }
-        doubled += c;
-        previous = c;
+        const std::string_view line = text.substr(0, std::min(text.find('\n'), text.size() - 1) + 1);
+        doubled += line;
+        text.remove_prefix(line.size());
     }
     return doubled;
 }
 
 std::string Notice(const std::string& why) {
     return std::string("The text of this message is attached as ") + kAttachedTextName + ": " + why + ".\n";
+}
+
+bool IsLineEnd(char c) {
+    return c == '\n' || c == '\r';
 }
 
 }  // namespace
@@ -54,7 +61,8 @@ std::optional<std::string> WhyOnlyAttached(std::string_view text) {
         return "it has a NUL byte";
     }
     while (!text.empty()) {
-        const std::size_t length = std::min(text.find_first_of("\r\n"), text.size());
+        const auto length =
+            static_cast<std::size_t>(std::find_if(text.begin(), text.end(), IsLineEnd) - text.begin());
         const std::string_view line = text.substr(0, length);
         if (line.size() > kLongestLine) {
             return "it has a line of more than 998 bytes";

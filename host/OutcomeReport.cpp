@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
+#include <string_view>
 
 #include "VisibleText.h"
 
@@ -14,34 +15,31 @@ using nlohmann::ordered_json;
 
 constexpr std::size_t kColumns = 5;
 constexpr std::size_t kGap = 2;
-using Row = std::array<std::string, kColumns>;
+using Row = std::array<std::string_view, kColumns>;
 
-std::string OrDash(const std::string& text) {
-    return text.empty() ? "-" : text;
+constexpr Row kHeadings{"JOB", "CARRIER", "RECIPIENT", "STATUS", "REASON"};
+using Widths = std::array<std::size_t, kColumns>;
+
+std::string_view OrDash(const std::string& text) {
+    return text.empty() ? std::string_view("-") : text;
 }
 
-std::vector<Row> RowsOf(const std::vector<Outcome>& outcomes) {
-    std::vector<Row> rows{{"JOB", "CARRIER", "RECIPIENT", "STATUS", "REASON"}};
-    for (const Outcome& outcome : outcomes) {
-        rows.push_back({OrDash(outcome.job), OrDash(outcome.carrier), OrDash(outcome.recipient),
-                        StatusName(outcome.status), outcome.reason});
-    }
-    return rows;
+Row RowOf(const Outcome& outcome) {
+    return {OrDash(outcome.job), OrDash(outcome.carrier), OrDash(outcome.recipient),
+            StatusName(outcome.status), outcome.reason};
 }
 
-std::size_t WidthOf(const std::vector<Row>& rows, std::size_t column) {
-    std::size_t width = 0;
-    for (const Row& row : rows) {
-        width = std::max(width, CountCodePoints(row[column]));
+void Widen(Widths& widths, const Row& row) {
+    for (std::size_t column = 0; column < kColumns; ++column) {
+        widths[column] = std::max(widths[column], CountCodePoints(row[column]) + kGap);
     }
-    return width + kGap;
 }
 
 /// The cells of `row`, each but the last filled up to its column's width; no blanks at the end of the line.
-std::string LineOf(const Row& row, const std::array<std::size_t, kColumns>& widths) {
+std::string LineOf(const Row& row, const Widths& widths) {
     std::string line;
     for (std::size_t column = 0; column < kColumns; ++column) {
-        line += row[column] + std::string(widths[column] - CountCodePoints(row[column]), ' ');
+        line.append(row[column]).append(widths[column] - CountCodePoints(row[column]), ' ');
     }
     return line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
 }
@@ -63,39 +61,48 @@ ordered_json JsonOf(const Tally& tally) {
     return summary;
 }
 
+std::string Text(const ordered_json& value) {
+    return value.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+}
+
+std::string Field(const char* name, const ordered_json& value) {
+    return std::string("  \"") + name + "\": " + Text(value);
+}
+
 }  // namespace
 
 std::string FormatTable(const RunReport& report) {
     std::string text;
     if (!report.outcomes.empty()) {
-        const std::vector<Row> rows = RowsOf(report.outcomes);
-        std::array<std::size_t, kColumns> widths{};
-        for (std::size_t column = 0; column < kColumns; ++column) {
-            widths[column] = WidthOf(rows, column);
+        Widths widths{};
+        Widen(widths, kHeadings);
+        for (const Outcome& outcome : report.outcomes) {
+            Widen(widths, RowOf(outcome));
         }
-        for (const Row& row : rows) {
-            text += LineOf(row, widths);
+        text += LineOf(kHeadings, widths);
+        for (const Outcome& outcome : report.outcomes) {
+            text += LineOf(RowOf(outcome), widths);
         }
         text += "\n";
     }
     return text + Summarise(report.tally) + "\n";
 }
 
+// An outcome is a line of its own, written as it is met: as one tree a document of many jobs would take many times the
+// memory of its text.
 std::string FormatJson(const RunReport& report) {
-    ordered_json document;
-    document["driver"] = report.driver;
-    document["outcomes"] = ordered_json::array();
-    for (const Outcome& outcome : report.outcomes) {
-        document["outcomes"].push_back(JsonOf(outcome));
-    }
-    document["refused_carriers"] = ordered_json::array();
+    ordered_json refused = ordered_json::array();
     for (const Problem& problem : report.carrierProblems) {
-        document["refused_carriers"].push_back(MakeVisible(Describe(problem)));
+        refused.push_back(MakeVisible(Describe(problem)));
     }
-    document["summary"] = JsonOf(report.tally);
-    document["error"] = MakeVisible(report.error);
-    document["exit_status"] = report.exitStatus;
-    return document.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+    std::string text = "{\n" + Field("driver", report.driver) + ",\n  \"outcomes\": [";
+    for (std::size_t i = 0; i < report.outcomes.size(); ++i) {
+        text += (i == 0 ? "\n    " : ",\n    ") + Text(JsonOf(report.outcomes[i]));
+    }
+    text += report.outcomes.empty() ? "],\n" : "\n  ],\n";
+    return text + Field("refused_carriers", refused) + ",\n" + Field("summary", JsonOf(report.tally)) +
+           ",\n" + Field("error", MakeVisible(report.error)) + ",\n" +
+           Field("exit_status", report.exitStatus) + "\n}\n";
 }
 
 }  // namespace kvhost

@@ -56,7 +56,7 @@ void Outcomes::Close() {
     const std::lock_guard<std::mutex> guard(m_mutex);
     for (Outcome& outcome : m_vecOutcomes) {
         if (outcome.status == OutcomeStatus::Waiting) {
-            End(outcome, OutcomeStatus::NotSent, "the command stopped before this was handed over");
+            End(outcome, OutcomeStatus::NotSent, kNotHandedOver);
         } else if (outcome.status == OutcomeStatus::UnderWay) {
             End(outcome, OutcomeStatus::NotReturned, "the driver did not hand it back");
         }
@@ -78,6 +78,11 @@ Tally Outcomes::Count() const {
 std::vector<Outcome> Outcomes::All() const {
     const std::lock_guard<std::mutex> guard(m_mutex);
     return m_vecOutcomes;
+}
+
+std::vector<Outcome> Outcomes::TakeAll() {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    return std::exchange(m_vecOutcomes, {});
 }
 
 int ExitStatus(const Tally& tally, bool isInputRefused) {

@@ -22,6 +22,9 @@ enum class OutcomeStatus {
 
 inline constexpr std::size_t kOutcomeStatusCount = 8;
 
+/// Why something was not sent.
+inline constexpr const char* kNotHandedOver = "the command stopped before this was handed over";
+
 /// The status in words, such as "not returned".
 const char* StatusName(OutcomeStatus status);
 
@@ -62,6 +65,8 @@ public:
 
     Tally Count() const;
     std::vector<Outcome> All() const;
+    /// Gives the entries away, so that none of them is kept twice; to be called last.
+    std::vector<Outcome> TakeAll();
 
 private:
     void End(Outcome& outcome, OutcomeStatus status, const std::string& reason);

@@ -8,9 +8,9 @@
 #include <fstream>
 #include <iostream>
 
-#include "Batch.h"
 #include "ConfigReader.h"
-#include "JobReader.h"
+#include "ExitStatus.h"
+#include "JobFeed.h"
 #include "LogLevel.h"
 #include "LogSink.h"
 #include "ProgressLine.h"
@@ -93,14 +93,13 @@ void SendCommand::RegisterLimits(CLI::App& app) {
 }
 
 int SendCommand::Run() {
+    if (std::count(m_options.jobs.begin(), m_options.jobs.end(), "-") > 1) {
+        throw BadInput("jobs: standard input can be read once only");
+    }
     const HostConfig config = LoadConfig();
-    const std::vector<Job> jobs = LoadJobs(config);
     Result result{{}, {}, {}, MaskFor(config)};
     result.report.carrierProblems = config.problems;
-    const Batch batch(jobs, config, result.outcomes);
-    if (!batch.Jobs().empty()) {
-        Deliver(config, batch, result);
-    }
+    SendAll(config, result);
     return Conclude(result);
 }
 
@@ -120,36 +119,61 @@ HostConfig SendCommand::LoadConfig() const {
     return config;
 }
 
-std::vector<Job> SendCommand::LoadJobs(const HostConfig& config) const {
-    if (std::count(m_options.jobs.begin(), m_options.jobs.end(), "-") > 1) {
-        throw BadInput("jobs: standard input can be read once only");
-    }
-    JobReader reader(config);
-    for (const std::string& path : m_options.jobs) {
-        reader.ReadFile(path);
-    }
-    for (const Job& job : reader.Jobs()) {
-        TellProblems(job.problems);
-    }
-    return reader.Jobs();
+// The signals are blocked first, so that every thread that is started begins with them blocked.
+void SendCommand::SendAll(const HostConfig& config, Result& result) const {
+    SignalWatch signals;
+    JobFeed feed(m_options.jobs, config, result.outcomes);
+    std::atomic<int> stopRequests{0};
+    const auto onStop = [&] {
+        if (++stopRequests == 1) {
+            feed.Stop();
+        } else {
+            feed.Abort();
+        }
+    };
+    const auto work = [&] {
+        if (feed.WaitForJobs()) {
+            Deliver(config, feed, stopRequests, result);
+        }
+        feed.WaitUntilRead();
+    };
+    signals.RunWatched(work, onStop);
+    NoteInput(feed, result);
 }
 
-// The signals are blocked first, so that every thread that the driver starts begins with them blocked.
-void SendCommand::Deliver(const HostConfig& config, const Batch& batch, Result& result) const {
-    SignalWatch signals;
+void SendCommand::Deliver(const HostConfig& config, JobFeed& feed, const std::atomic<int>& stopRequests,
+                          Result& result) const {
     const bool showsProgress = ShowsProgress(config);
     LogSink log(OpenLog(config.logLevel, config.logFile, showsProgress), result.secrets);
     ProgressLine progress(std::cerr, showsProgress);
     DriverLibrary library(config.driver);
-    Delivery delivery(library, batch, result.outcomes, log, config.driverSettings, Limits());
-    Delivery::End end = Delivery::End::NotStarted;
-    signals.RunWatched([&] { end = delivery.Run([&progress](const Tally& tally) { progress.Show(tally); }); },
-                       [&delivery] { delivery.RequestStop(); });
+    Delivery delivery(library, feed, result.outcomes, log, config, Limits(), stopRequests);
+    const Delivery::End end = delivery.Run([&](const Tally& tally) {
+        if (const std::vector<Problem> problems = feed.TakeProblems(); !problems.empty()) {
+            progress.Wipe();
+            TellProblems(problems);
+        }
+        progress.Show(tally);
+    });
     progress.Wipe();
     log.Flush();
     NoteEnd(end, delivery, result);
     if (end == Delivery::End::Stuck) {
+        feed.WaitUntilRead();
+        NoteInput(feed, result);
         std::_Exit(Conclude(result));
+    }
+}
+
+void SendCommand::NoteInput(JobFeed& feed, Result& result) const {
+    TellProblems(feed.TakeProblems());
+    if (const std::string fault = feed.Fault(); !fault.empty()) {
+        result.isInputFaulty = true;
+        TellFault(fault);
+    }
+    if (const std::string cut = feed.CutShort(); !cut.empty()) {
+        result.isInputCut = true;
+        TellFault(cut + ": not read to its end, because of the stop");
     }
 }
 
@@ -167,12 +191,16 @@ void SendCommand::NoteEnd(Delivery::End end, const Delivery& delivery, Result& r
 int SendCommand::Conclude(Result& result) const {
     RunReport& report = result.report;
     result.outcomes.Close();
-    report.outcomes = result.outcomes.All();
+    report.tally = result.outcomes.Count();
+    report.outcomes = result.outcomes.TakeAll();
     for (Outcome& outcome : report.outcomes) {
         outcome.reason = result.secrets.Apply(outcome.reason);
     }
-    report.tally = result.outcomes.Count();
-    report.exitStatus = ExitStatus(report.tally, !report.carrierProblems.empty() || !result.isDriverUsable);
+    report.exitStatus = ExitStatus(
+        report.tally, !report.carrierProblems.empty() || !result.isDriverUsable || result.isInputFaulty);
+    if (result.isInputCut) {
+        report.exitStatus = std::max(report.exitStatus, kExitSomeFailed);
+    }
     return WriteReport(result) ? report.exitStatus : std::max(report.exitStatus, kExitSomeFailed);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -43,13 +44,17 @@ private:
         ReportOutput output;
         SecretMask secrets;  ///< for what the driver says: a server may repeat what it was told
         bool isDriverUsable = true;
+        bool isInputFaulty = false;  ///< some of it could not be read
+        bool isInputCut = false;     ///< some of it was not read, because of a stop
     };
 
     void RegisterLimits(CLI::App& app);
     HostConfig LoadConfig() const;
-    std::vector<Job> LoadJobs(const HostConfig& config) const;
-    void Deliver(const HostConfig& config, const Batch& batch, Result& result) const;
+    void SendAll(const HostConfig& config, Result& result) const;
+    void Deliver(const HostConfig& config, JobFeed& feed, const std::atomic<int>& stopRequests,
+                 Result& result) const;
     void NoteEnd(Delivery::End end, const Delivery& delivery, Result& result) const;
+    void NoteInput(JobFeed& feed, Result& result) const;
     int Conclude(Result& result) const;
     bool WriteReport(Result& result) const;
     DeliveryLimits Limits() const;

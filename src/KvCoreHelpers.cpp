@@ -4,8 +4,10 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -42,6 +44,11 @@ int StringArgumentLength(char*& args) {
     return text == nullptr ? 10 : static_cast<int>(std::strlen(text));
 }
 
+/// What is printable in every locale; the others are looked up.
+bool IsPlain(char byte) {
+    return byte >= ' ' && byte <= '~';
+}
+
 std::string SafeForm(char byte) {
     switch (byte) {
         case '\0':
@@ -68,7 +75,7 @@ std::string SafeForm(char byte) {
 }  // namespace
 
 std::string printfToString(const char* format, ...) {
-    char buffer[kFirstBufferSize] = {};
+    char buffer[kFirstBufferSize];
     va_list arguments;
     va_start(arguments, format);
     va_list retryArguments;
@@ -120,8 +127,15 @@ int KvGetVPrintLength(const char* format, char* args) {
 
 std::string KvstringSafeByteString(char* data, int len) {
     std::string text;
-    for (int i = 0; i < len && text.size() <= kSafeTextLimit; ++i) {
-        text += SafeForm(data[i]);
+    const char* const end = data + std::max(len, 0);
+    for (const char* next = data; next != end && text.size() <= kSafeTextLimit;) {
+        const auto most = std::min(end - next, static_cast<std::ptrdiff_t>(kSafeTextLimit + 1 - text.size()));
+        const char* const plainEnd = std::find_if_not(next, next + most, IsPlain);
+        text.append(next, plainEnd);
+        next = plainEnd;
+        if (next != end && text.size() <= kSafeTextLimit) {
+            text += SafeForm(*next++);
+        }
     }
     return text;
 }

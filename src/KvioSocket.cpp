@@ -316,8 +316,7 @@ void KvioSocket::LogTraffic(const char* direction, const void* data, std::size_t
         return;
     }
     try {
-        KvWriteLog(*m_pEventLog, &KvLogInterface::LogTrace,
-                   printfToString("%s%s", direction, SafeText(data, size).c_str()), line, source);
+        KvWriteLog(*m_pEventLog, &KvLogInterface::LogTrace, direction + SafeText(data, size), line, source);
     } catch (const std::bad_alloc&) {
         return;
     }

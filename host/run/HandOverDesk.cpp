@@ -90,7 +90,7 @@ void HandOverDesk::BeginSlices(const Loads& loads, StoreTime now) {
     std::vector<const StoredJob*> jobs;
     for (const DriverLoop::TickLoad& load : files) {
         std::transform(load.begin(), load.end(), std::back_inserter(jobs),
-                       [](const JobFile* file) { return &file->Job(); });
+                       [this](const KvMessageFile* file) { return &m_state.files.Find(file)->Job(); });
     }
     if (!files.empty()) {
         m_state.driver.HandOver(std::move(files));

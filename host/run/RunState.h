@@ -8,6 +8,7 @@
 #include "DriverLoop.h"
 #include "FilesWithDriver.h"
 #include "HostConfig.h"
+#include "JobFile.h"
 #include "JobLedger.h"
 #include "LogSink.h"
 #include "OutcomeBook.h"
@@ -54,7 +55,7 @@ struct RunState {
     std::shared_ptr<const HostConfig> config;
     SliceScheduler slices;
     CarrierWatch carriers;
-    FilesWithDriver files;
+    FilesWithDriver<JobFile> files;
     OutcomeBook outcomes;  ///< of attempts that have ended
     AttemptJudge judge;
 };

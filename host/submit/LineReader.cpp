@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -20,11 +21,17 @@ constexpr std::size_t kMostBytes = std::size_t{256} << 20U;
     throw BadInput({Problem{name, line, "", text}});
 }
 
+bool IsRegular(int fd) {
+    struct stat status {};
+    return fd >= 0 && ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+}
+
 }  // namespace
 
-LineReader::LineReader(const std::string& path)
+LineReader::LineReader(const std::string& path, int interrupt)
     : m_strName(path == "-" ? "standard input" : path),
-      m_fd(path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+      m_fd(path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)),
+      m_interrupt(IsRegular(m_fd) ? -1 : interrupt) {
     if (m_fd < 0) {
         Fail(m_strName, 0, "cannot be read: " + std::generic_category().message(errno));
     }
@@ -40,7 +47,8 @@ std::optional<std::string> LineReader::Next() {
     while (!HasLine() && !m_bEnd) {
         ReadMore();
     }
-    if (m_nBegin == m_strBuffer.size()) {
+    const bool isCutOff = m_bInterrupted && m_nScanned == m_strBuffer.size();
+    if (m_nBegin == m_strBuffer.size() || isCutOff) {
         return std::nullopt;
     }
     ++m_nLine;
@@ -81,6 +89,11 @@ void LineReader::ReadMore() {
     if (m_strBuffer.size() > kMostBytes) {
         Fail(m_strName, m_nLine + 1, "expected at most 256 MiB, found more");
     }
+    if (!WaitForMore()) {
+        m_bInterrupted = true;
+        m_bEnd = true;
+        return;
+    }
     std::array<char, 65536> piece{};
     const ssize_t count = ::read(m_fd, piece.data(), piece.size());
     if (count > 0) {
@@ -90,6 +103,14 @@ void LineReader::ReadMore() {
     } else if (errno != EINTR) {
         Fail(m_strName, m_nLine + 1, "cannot be read: " + std::generic_category().message(errno));
     }
+}
+
+/// False when the wait was cut short.
+bool LineReader::WaitForMore() {
+    std::array<pollfd, 2> waits{{{m_fd, POLLIN, 0}, {m_interrupt, POLLIN, 0}}};
+    while (m_interrupt >= 0 && ::poll(waits.data(), waits.size(), -1) < 0 && errno == EINTR) {
+    }
+    return m_interrupt < 0 || waits[1].revents == 0;
 }
 
 }  // namespace kvhost

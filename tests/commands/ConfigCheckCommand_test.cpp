@@ -53,7 +53,7 @@ TEST_F(ConfigCheckCommandTest, TellsWhatTheHostWouldUse) {
             "Log           standard error, level info\n"
             "Delivery log  none\n"
             "HTTP          127.0.0.1, port 8080, takes no jobs\n"
-            "Run           tick 200 ms, 1000 jobs under way, 20 of one carrier at once, stop limit 30 s, "
+            "Run           tick 200 ms, 1000 jobs under way, 100 of one carrier at once, stop limit 30 s, "
             "jobs that ended are kept 7 d\n"
             "Limits        100 recipients, text 1.0 MB, 20 attachments of 25.0 MB\n"
             "\n"

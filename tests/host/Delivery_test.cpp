@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 #include <spdlog/sinks/ostream_sink.h>
 
+#include <nlohmann/json.hpp>
 #include <sstream>
-#include <thread>
 
 #include "Eventually.h"
 #include "FakeDriverFixture.h"
@@ -32,27 +32,32 @@ protected:
         return logger;
     }
 
-    /// A job whose id is its text's first word, with as many recipients as said.
-    void AddJob(const std::string& id, const std::string& text, int recipients = 1) {
-        Job job;
-        job.id = id;
-        job.carrier = "pager";
-        job.text = text;
+    /// A job with as many recipients as said; the fake driver does as `text` says.
+    void AddJob(const std::string& id, const std::string& text, int recipients = 1,
+                const std::string& carrier = "pager") {
+        nlohmann::json job{{"id", id}, {"carrier", carrier}, {"text", text}};
         for (int i = 1; i <= recipients; ++i) {
-            job.recipients.push_back("r" + std::to_string(i) + "@b");
+            job["recipients"].push_back("r" + std::to_string(i) + "@b");
         }
-        m_vecJobs.push_back(job);
+        m_strJobs += job.dump() + "\n";
     }
 
+    /// The jobs are all read before the first one is handed over.
     Delivery::End Run() {
-        const Batch batch(m_vecJobs, m_config, m_outcomes);
+        JobFeed feed({m_folder.write("jobs.jsonl", m_strJobs)}, m_config, m_outcomes);
+        feed.WaitUntilRead();
         DriverLibrary library(kvhosttest::kFakeDriver);
-        Delivery delivery(library, batch, m_outcomes, m_log, m_config.driverSettings, m_limits);
-        m_pDelivery = &delivery;
+        Delivery delivery(library, feed, m_outcomes, m_log, m_config, m_limits, m_nStopRequests);
         const Delivery::End end = delivery.Run([this](const Tally& tally) { OnChange(tally); });
         m_strError = delivery.Error();
         m_outcomes.Close();
         return end;
+    }
+
+    std::vector<std::string> CallsThatStartWith(const std::string& name) const {
+        std::vector<std::string> calls = Calls();
+        std::erase_if(calls, [&](const std::string& call) { return call.rfind(name, 0) != 0; });
+        return calls;
     }
 
     virtual void OnChange(const Tally&) {}
@@ -67,13 +72,13 @@ protected:
     }
 
     HostConfig m_config;
-    std::vector<Job> m_vecJobs;
+    std::string m_strJobs;
+    std::atomic<int> m_nStopRequests{0};
     DeliveryLimits m_limits;
     Outcomes m_outcomes;
     std::ostringstream m_stream;
     std::shared_ptr<spdlog::logger> m_pLogger;
     LogSink m_log;
-    Delivery* m_pDelivery = nullptr;
     std::string m_strError;
 };
 
@@ -90,10 +95,60 @@ TEST_F(DeliveryTest, TheDriverIsCalledInTheContractsOrder) {
 
 TEST_F(DeliveryTest, TheFilesOfOneJobAreHandedOverWithoutATickBetweenThem) {
     m_limits.tick = std::chrono::milliseconds(0);
-    AddJob("a", "complete", 5);
-    AddJob("b", "complete", 3);
+    for (int i = 0; i < 25; ++i) {
+        AddJob(std::to_string(i), "complete", 2);
+    }
     Run();
-    EXPECT_THAT(Calls(), testing::IsSupersetOf({"PeriodicEvent with 5", "PeriodicEvent with 3"}));
+    EXPECT_THAT(CallsThatStartWith("PeriodicEvent"),
+                ElementsAre("PeriodicEvent with 40", "PeriodicEvent with 10"));
+}
+
+TEST_F(DeliveryTest, ACarrierThatDeliversNothingGetsEverythingAfterItsTrial) {
+    for (int i = 0; i < 2000; ++i) {
+        AddJob(std::to_string(i), "fail no connection");
+    }
+    Run();
+    EXPECT_THAT(CallsThatStartWith("PeriodicEvent"),
+                ElementsAre("PeriodicEvent with 20", "PeriodicEvent with 1980"));
+    EXPECT_EQ(m_outcomes.Count().Of(OutcomeStatus::Failed), 2000U);
+}
+
+TEST_F(DeliveryTest, ACarrierOnTrialHoldsUpNoOther) {
+    m_config.carriers["fax"].name = "fax";
+    AddJob("a", "cleanup", 1, "fax");
+    for (int i = 0; i < 19; ++i) {
+        AddJob("f" + std::to_string(i), "complete", 1, "fax");
+    }
+    AddJob("p", "complete");
+    m_limits.overall = std::chrono::seconds(1);
+    Run();
+    EXPECT_EQ(m_outcomes.Count().Of(OutcomeStatus::Delivered), 20U);
+}
+
+TEST_F(DeliveryTest, ACarrierOnTrialGetsNothingMoreUntilItDelivers) {
+    AddJob("a", "cleanup");
+    for (int i = 0; i < 20; ++i) {
+        AddJob("f" + std::to_string(i), "fail no");
+    }
+    m_limits.overall = std::chrono::milliseconds(300);
+    Run();
+    EXPECT_THAT(CallsThatStartWith("PeriodicEvent"), ElementsAre("PeriodicEvent with 20"));
+    EXPECT_EQ(m_outcomes.Count().Of(OutcomeStatus::NotSent), 1U);
+}
+
+TEST_F(DeliveryTest, WhatTheDriverWasNotOfferedIsNotSent) {
+    for (int i = 0; i < 20; ++i) {
+        AddJob("first" + std::to_string(i), "complete");
+    }
+    AddJob("breaks", "tick throws");
+    for (int i = 0; i < 2000; ++i) {
+        AddJob("behind" + std::to_string(i), "complete");
+    }
+    EXPECT_EQ(Run(), Delivery::End::Finished);
+    EXPECT_EQ(m_strError, "the driver threw out of PeriodicEvent: cogwheel is broken");
+    const std::vector<std::string> statuses = Statuses();
+    EXPECT_EQ(statuses[20], "breaks: not returned: the driver did not hand it back");
+    EXPECT_EQ(statuses.back(), "behind1999: not sent: the command stopped before this was handed over");
 }
 
 TEST_F(DeliveryTest, ACompletedJobIsDelivered) {
@@ -189,7 +244,7 @@ TEST_F(DeliveryTest, ADriverThatCannotSetItselfUpIsReleased) {
 }
 
 TEST_F(DeliveryTest, ATickThatThrowsEndsTheRunWithACleanup) {
-    Set("KVFAKE_TICK", "throw");
+    Set("KVFAKE_TICK", "throw when busy");
     AddJob("a", "complete");
     EXPECT_EQ(Run(), Delivery::End::Finished);
     EXPECT_EQ(m_strError, "the driver threw out of PeriodicEvent: clock is broken");
@@ -218,13 +273,14 @@ TEST_F(DeliveryTest, ACleanupThatThrowsIsAnErrorAfterTheOutcomes) {
     EXPECT_THAT(Statuses(), ElementsAre("a: delivered"));
 }
 
-/// Asks for a stop as soon as something is under way.
+/// Asks for a stop as soon as the driver has something.
 class DeliveryStopTest : public DeliveryTest {
 protected:
     void OnChange(const Tally& tally) override {
         if (tally.Of(OutcomeStatus::UnderWay) > 0) {
+            EXPECT_TRUE(kvtest::Eventually([this] { return !CallsThatStartWith("PeriodicEvent").empty(); }));
             for (; m_nStops > 0; --m_nStops) {
-                m_pDelivery->RequestStop();
+                ++m_nStopRequests;
             }
         }
     }

@@ -20,12 +20,16 @@ protected:
         m_config.refusedCarriers["broken"] = "kvhost.toml:1: carrier.broken.server: expected a string";
     }
 
-    /// Reads `text` as the file "jobs.jsonl" of the current folder.
+    /// Reads the lines of `text` as those of the file "jobs.jsonl" of the current folder.
     std::vector<Job> Read(const std::string& text) {
         JobReader reader(m_config);
+        std::vector<Job> jobs;
         std::istringstream stream(text);
-        reader.Read(stream, "jobs.jsonl");
-        return reader.Jobs();
+        std::string line;
+        for (unsigned long number = 1; std::getline(stream, line); ++number) {
+            jobs.push_back(reader.Read(line, "jobs.jsonl", number));
+        }
+        return jobs;
     }
 
     /// The faults of a single line.
@@ -45,13 +49,10 @@ protected:
 TEST_F(JobReaderTest, AJobIsReadWholly) {
     const kvtest::TempDir folder;
     const std::string plan = folder.write("plan.pdf", "%PDF");
-    const std::string jobs = folder.write(
-        "jobs.jsonl",
-        R"({"id":"a_1","carrier":"pager","recipient":"ops@b","subject":"Hi","text":"x\ny","attachments":["plan.pdf"]})");
-    JobReader reader(m_config);
-    reader.ReadFile(jobs);
-    ASSERT_EQ(reader.Jobs().size(), 1U);
-    const Job& job = reader.Jobs()[0];
+    const std::string jobs = folder.file("jobs.jsonl");
+    const Job job = JobReader(m_config).Read(
+        R"({"id":"a_1","carrier":"pager","recipient":"ops@b","subject":"Hi","text":"x\ny","attachments":["plan.pdf"]})",
+        jobs, 1);
     EXPECT_FALSE(job.IsRefused());
     EXPECT_EQ(job.file, jobs);
     EXPECT_EQ(job.line, 1U);
@@ -73,14 +74,6 @@ TEST_F(JobReaderTest, SubjectAndAttachmentsMayBeAbsent) {
 TEST_F(JobReaderTest, SeveralRecipientsKeepTheirOrder) {
     const auto jobs = Read(R"({"id":"a","carrier":"pager","recipients":["c@d","a@b","c@d"],"text":"x"})");
     EXPECT_THAT(jobs.at(0).recipients, ElementsAre("c@d", "a@b", "c@d"));
-}
-
-TEST_F(JobReaderTest, BlankLinesAreSkippedAndCounted) {
-    const auto jobs =
-        Read("\n  \r\n{\"id\":\"a\",\"carrier\":\"pager\",\"recipient\":\"a@b\",\"text\":\"x\"}\r\n\n");
-    ASSERT_EQ(jobs.size(), 1U);
-    EXPECT_FALSE(jobs[0].IsRefused());
-    EXPECT_EQ(jobs[0].line, 3U);
 }
 
 TEST_F(JobReaderTest, ARefusedLineLeavesTheOthers) {
@@ -224,34 +217,17 @@ TEST_F(JobReaderTest, AnAttachmentThatCannotBeReadIsRefused) {
 
 TEST_F(JobReaderTest, AnIdIsUsedOnceInAllFiles) {
     JobReader reader(m_config);
-    std::istringstream first(R"({"id":"a","carrier":"pager","recipient":"a@b","text":"x"})");
-    std::istringstream second(
-        "\n"
-        R"({"id":"a","carrier":"pager","recipient":"c@d","text":"y"})");
-    reader.Read(first, "one.jsonl");
-    reader.Read(second, "two.jsonl");
-    EXPECT_FALSE(reader.Jobs()[0].IsRefused());
-    ASSERT_EQ(reader.Jobs()[1].problems.size(), 1U);
-    EXPECT_EQ(Describe(reader.Jobs()[1].problems[0]),
+    const std::string line = R"({"id":"a","carrier":"pager","recipient":"a@b","text":"x"})";
+    EXPECT_FALSE(reader.Read(line, "one.jsonl", 1).IsRefused());
+    const Job second = reader.Read(line, "two.jsonl", 2);
+    ASSERT_EQ(second.problems.size(), 1U);
+    EXPECT_EQ(Describe(second.problems[0]),
               "two.jsonl:2: id: expected an id of its own, \"a\" is used at one.jsonl:1");
 }
 
 TEST_F(JobReaderTest, AnIdHasNoControlCharacters) {
     EXPECT_THAT(FaultsOf(R"({"id":"a\u001b","carrier":"pager","recipient":"a@b","text":"x"})"),
                 ElementsAre("jobs.jsonl:1: id: expected a name without control characters"));
-}
-
-TEST_F(JobReaderTest, AFileThatCannotBeReadThrows) {
-    JobReader reader(m_config);
-    EXPECT_THROW(reader.ReadFile("/no/such/jobs.jsonl"), BadInput);
-    EXPECT_THROW(reader.ReadFile("/tmp"), BadInput);
-}
-
-TEST_F(JobReaderTest, AnEmptyFileHasNoJobs) {
-    const kvtest::TempDir folder;
-    JobReader reader(m_config);
-    reader.ReadFile(folder.write("empty.jsonl", ""));
-    EXPECT_THAT(reader.Jobs(), IsEmpty());
 }
 
 }  // namespace

@@ -1,12 +1,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "ChildProcess.h"
+#include "Eventually.h"
 #include "FakeDriverFixture.h"
 #include "TempDir.h"
 
@@ -187,6 +190,82 @@ TEST_F(SendCommandTest, StandardInputIsReadOnceOnly) {
     EXPECT_EQ(Error(), "kvhost: jobs: standard input can be read once only\n");
 }
 
+/// A pipe with a name that stays open for writing as long as the test lasts.
+class SendFromPipeTest : public SendCommandTest {
+protected:
+    SendFromPipeTest() : m_strPipe(m_folder.file("pipe")) {
+        EXPECT_EQ(::mkfifo(m_strPipe.c_str(), 0600), 0);
+        m_fd = ::open(m_strPipe.c_str(), O_RDWR | O_CLOEXEC);
+    }
+    ~SendFromPipeTest() override { ::close(m_fd); }
+
+    void Write(const std::string& text) const {
+        EXPECT_EQ(::write(m_fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+    void StartVerbose() {
+        m_pChild = std::make_unique<ChildProcess>(
+            Command({"--config", m_folder.write("kvhost.toml", kConfig), "--verbose", m_strPipe}), m_input);
+    }
+
+    const std::string m_strPipe;
+    int m_fd = -1;
+};
+
+TEST_F(SendFromPipeTest, JobsGoOutAsTheyComeAndAStopDoesNotWaitForMore) {
+    StartVerbose();
+    for (const char* id : {"a", "b"}) {
+        Write(Job(id, "complete"));
+        ASSERT_TRUE(m_pChild->WaitForError(std::string(id) + "_1 to ops@example.org: delivered"));
+    }
+    m_pChild->Signal(SIGTERM);
+    EXPECT_EQ(m_pChild->Wait(), 1);
+    EXPECT_THAT(Output(), HasSubstr("2 delivered\n"));
+    EXPECT_THAT(Error(), HasSubstr("kvhost: " + m_strPipe + ": not read to its end, because of the stop\n"));
+}
+
+TEST_F(SendFromPipeTest, AStopBeforeTheFirstJobNeedsNoDriver) {
+    m_strDriver = "libkvnosuch.so";
+    StartVerbose();
+    Write("{\n");
+    // The line can be told of only once its reader is at work, and the stop is caught by then.
+    ASSERT_TRUE(kvtest::Eventually([this] {
+        int unread = 0;
+        return ::ioctl(m_fd, FIONREAD, &unread) == 0 && unread == 0;
+    }));
+    m_pChild->Signal(SIGINT);
+    EXPECT_EQ(m_pChild->Wait(), 2);
+    EXPECT_THAT(Output(), HasSubstr("1 refused\n"));
+    EXPECT_THAT(Error(), HasSubstr("pipe:1: malformed JSON"));
+}
+
+TEST_F(SendCommandTest, WhatCannotBeReadOnTheWayLeavesTheJobsBeforeIt) {
+    EXPECT_EQ(Run("", {m_folder.write("good.jsonl", Job("a", "complete")), "/proc/self/mem"}), 2);
+    EXPECT_THAT(Output(), HasSubstr("1 delivered\n"));
+    EXPECT_THAT(Error(), StartsWith("kvhost: /proc/self/mem:1: cannot be read: "));
+}
+
+TEST_F(SendCommandTest, NothingIsSentWhenOneOfTheFilesIsNotThere) {
+    m_input.environment["KVFAKE_RECORD"] = m_folder.file("calls");
+    EXPECT_EQ(Run(Job("a", "complete"), {"/no/such/jobs.jsonl"}), 2);
+    EXPECT_EQ(Error(), "kvhost: /no/such/jobs.jsonl: cannot be read: No such file or directory\n");
+    EXPECT_EQ(Output(), "");
+    EXPECT_FALSE(std::ifstream(m_folder.file("calls")).good());
+}
+
+TEST_F(SendCommandTest, AllJobsAreReportedWhenMoreOfThemThanAreReadAheadCannotGo) {
+    std::string text;
+    for (int line = 0; line < 500; ++line) {
+        text += std::string(99, 'x') + "\\n";
+    }
+    std::string jobs;
+    for (int i = 0; i < 400; ++i) {  // 20 MB
+        jobs += Job(std::to_string(i), text);
+    }
+    m_input.environment["KVFAKE_SETUP"] = "refuse";
+    EXPECT_EQ(Run(jobs), 2);
+    EXPECT_THAT(Output(), HasSubstr("\n400 not sent\n"));
+}
+
 TEST_F(SendCommandTest, SeveralFilesAreOneInput) {
     const std::string more = m_folder.write("more.jsonl", Job("b", "complete"));
     EXPECT_EQ(Run(Job("a", "complete"), {more}), 0);
@@ -304,7 +383,7 @@ TEST_F(SendCommandTest, AStopSignalReachesTheHostAndNoWorkerOfTheDriver) {
 }
 
 TEST_F(SendCommandTest, ADriverThatDoesNotReturnIsLeftBehind) {
-    m_input.environment["KVFAKE_TICK"] = "hang";
+    m_input.environment["KVFAKE_TICK"] = "hang when busy";
     EXPECT_EQ(Run(Job("a", "complete"), {"--timeout", "0.2", "--cleanup-limit", "0.2"}), 1);
     EXPECT_THAT(Error(), HasSubstr("kvhost: the driver does not return; ending without its clean-up\n"));
     EXPECT_THAT(Output(), HasSubstr("1 not returned\n"));

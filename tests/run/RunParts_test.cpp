@@ -4,6 +4,7 @@
 
 #include "AttemptJudge.h"
 #include "FilesWithDriver.h"
+#include "JobFile.h"
 #include "RestartNeeded.h"
 #include "StoreTrouble.h"
 #include "Watchdog.h"
@@ -43,7 +44,7 @@ TEST(JobFileTest, AnnouncesThatItComesBack) {
 }
 
 TEST(FilesWithDriverTest, AFileThatCameBackIsKnownForAWhileAndThenDeleted) {
-    FilesWithDriver files;
+    FilesWithDriver<JobFile> files;
     const JobFile* file = &files.Add(SomeFile());
     EXPECT_EQ(files.Find(file), file);
     files.NoteBack(*file, kStart);
@@ -57,7 +58,7 @@ TEST(FilesWithDriverTest, AFileThatCameBackIsKnownForAWhileAndThenDeleted) {
 }
 
 TEST(FilesWithDriverTest, AnUnknownPointerIsNotFollowed) {
-    const FilesWithDriver files;
+    const FilesWithDriver<JobFile> files;
     const auto* nowhere = reinterpret_cast<const KvMessageFile*>(std::uintptr_t{16});
     EXPECT_EQ(files.Find(nowhere), nullptr);
     EXPECT_FALSE(files.HasComeBack(nowhere));

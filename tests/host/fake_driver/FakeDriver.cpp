@@ -22,13 +22,15 @@
 //   cleanup        comes back failed during Cleanup
 //   thread         comes back completed from another thread
 //   deletion       comes back to be deleted
+//   tick throws    PeriodicEvent throws when it gets to it; the job never comes back
 //   status N       comes back with the status N
 //   twice          comes back twice
 //   secrets        logs the account in every shape that a driver logs it in; comes back completed
 //   anything else  comes back completed
 //
 // The environment drives the rest: KVFAKE_RECORD names a file that the calls are written to; KVFAKE_GET,
-// KVFAKE_CONFIGURE, KVFAKE_SETUP, KVFAKE_TICK and KVFAKE_CLEANUP say how those calls misbehave;
+// KVFAKE_CONFIGURE, KVFAKE_SETUP, KVFAKE_TICK and KVFAKE_CLEANUP say how those calls misbehave ("when busy": only
+// with jobs to work on);
 // KVFAKE_WORKER=open has Setup start a worker that lets SIGTERM and SIGQUIT through, as a pool's worker does
 // while it waits.
 
@@ -139,7 +141,7 @@ public:
     }
 
     bool PeriodicEvent() override {
-        MisbehaveOnTick();
+        MisbehaveOnTick(!m_vecWaiting.empty());
         if (!m_vecWaiting.empty()) {
             Record("PeriodicEvent with " + std::to_string(m_vecWaiting.size()));
         }
@@ -171,11 +173,12 @@ public:
     }
 
 private:
-    static void MisbehaveOnTick() {
-        if (Setting("KVFAKE_TICK") == "throw") {
+    static void MisbehaveOnTick(bool isBusy) {
+        const std::string how = Setting("KVFAKE_TICK");
+        if (how == "throw" || (isBusy && how == "throw when busy")) {
             throw std::runtime_error("clock is broken");
         }
-        while (Setting("KVFAKE_TICK") == "hang") {
+        while (how == "hang" || (isBusy && how == "hang when busy")) {
             ::pause();
         }
     }
@@ -190,6 +193,8 @@ private:
             PushBackMsgFileForDeletion(file);
         } else if (text.rfind("status ", 0) == 0) {
             PushBackMsgFile(file, static_cast<Reports::ReportsStatus>(std::stoi(text.substr(7))), false, "");
+        } else if (text == "tick throws") {
+            throw std::runtime_error("cogwheel is broken");
         } else if (text == "thread") {
             m_vecThreads.emplace_back([this, file] { Complete(file); });
         } else if (text != "never") {

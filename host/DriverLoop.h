@@ -14,19 +14,19 @@
 #include "DriverLibrary.h"
 #include "DriverSession.h"
 #include "Duration.h"
-#include "JobFile.h"
+#include "KvMessageFile.h"
 #include "LogSink.h"
 
 namespace kvhost {
 
-/// The one thread of the daemon that calls the driver: it starts it, hands files over and ticks at once, ticks now and
+/// The one thread that calls the driver: it starts it, hands files over and ticks at once, ticks now and
 /// then while there is nothing to hand over, cleans up and releases. A call may last as long as the driver likes, so
 /// nothing else is done on this thread. Thread-safe.
 class DriverLoop {
 public:
     using Clock = std::chrono::steady_clock;
     /// Files that the driver gets between two ticks.
-    using TickLoad = std::vector<JobFile*>;
+    using TickLoad = std::vector<KvMessageFile*>;
 
     struct Work {
         DriverLibrary& plugin;
@@ -40,7 +40,7 @@ public:
 
     /// A file that the driver did not take: it stays the host's.
     struct Refusal {
-        JobFile* file = nullptr;
+        KvMessageFile* file = nullptr;
         std::string reason;
         bool wasOffered = true;  ///< false: the loop ended before
     };
@@ -87,7 +87,7 @@ private:
     void RefuseWhatIsLeft();
     void HandOver(DriverSession& session, const TickLoad& load);
     void Tick(DriverSession& session);
-    void Refuse(JobFile* file, const std::string& reason, bool wasOffered);
+    void Refuse(KvMessageFile* file, const std::string& reason, bool wasOffered);
     template <typename Change>
     void Set(const Change& change);
 

@@ -120,7 +120,7 @@ void DriverLoop::TellIfReady() {
 }
 
 void DriverLoop::HandOver(DriverSession& session, const TickLoad& load) {
-    for (JobFile* file : load) {
+    for (KvMessageFile* file : load) {
         try {
             if (!session.HandOver(*file)) {
                 Refuse(file, "the driver did not accept it", true);
@@ -143,7 +143,7 @@ void DriverLoop::Tick(DriverSession& session) {
     });
 }
 
-void DriverLoop::Refuse(JobFile* file, const std::string& reason, bool wasOffered) {
+void DriverLoop::Refuse(KvMessageFile* file, const std::string& reason, bool wasOffered) {
     Set([&] { m_vecRefusals.push_back({file, reason, wasOffered}); });
     m_work.onChange();
 }
@@ -152,7 +152,7 @@ void DriverLoop::RefuseWhatIsLeft() {
     std::deque<TickLoad> left;
     Set([&] { left.swap(m_dqLoads); });
     for (const TickLoad& load : left) {
-        for (JobFile* file : load) {
+        for (KvMessageFile* file : load) {
             Refuse(file, "kvhost ended before it was handed over", false);
         }
     }

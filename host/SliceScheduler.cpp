@@ -11,7 +11,7 @@ namespace kvhost {
 namespace {
 
 /// What the driver needs after the last file of a slice to give the connection back.
-constexpr std::chrono::milliseconds kSettling{5};
+constexpr std::chrono::milliseconds kSettling{2};
 /// How long a slice should take: the longest that an urgent job of the carrier waits for the place.
 constexpr double kSliceMs = 250;
 /// Jobs of a slice while nothing is known of the carrier's pace.

@@ -1,0 +1,111 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "HostConfig.h"
+#include "HostMessageFile.h"
+#include "Job.h"
+#include "LineReader.h"
+#include "Outcomes.h"
+#include "Problem.h"
+#include "WakeUp.h"
+
+namespace kvhost {
+
+class JobReader;
+
+/// The jobs of files, read on a thread of its own a little ahead of the one that takes them, so that memory does not grow
+/// with the files. Every job that is read gets its outcomes, in the order of the lines; a refused one gets a single entry
+/// that says why. Thread-safe.
+class JobFeed {
+public:
+    /// The message files of one job, one for each recipient; to be handed over without a tick between them.
+    using Files = std::vector<std::unique_ptr<HostMessageFile>>;
+
+    /// What may wait to be taken before reading pauses: bytes of message files.
+    static constexpr std::size_t kReadAhead = std::size_t{16} << 20U;
+
+    /// Starts reading. `paths`: files of jobs, "-" for the standard input. `config` and `outcomes` outlive the feed. Throws
+    /// BadInput when one of the files cannot be read; nothing was read then.
+    JobFeed(const std::vector<std::string>& paths, const HostConfig& config, Outcomes& outcomes,
+            std::size_t readAhead = kReadAhead);
+    /// Ends the reading at once.
+    ~JobFeed();
+    JobFeed(const JobFeed&) = delete;
+    JobFeed& operator=(const JobFeed&) = delete;
+
+    /// Waits until there is a job to take. False when there will be none.
+    bool WaitForJobs();
+    /// Everything was read and taken, or given up.
+    bool IsThrough() const;
+
+    /// The carriers with jobs to take.
+    std::vector<std::string> Carriers() const;
+    /// Numbers of the first jobs of the carrier, at most `limit`.
+    std::vector<std::int64_t> Next(const std::string& carrier, int limit) const;
+    /// Takes the first `count` jobs of the carrier out.
+    std::vector<Files> Take(const std::string& carrier, std::size_t count);
+
+    /// No job will be taken any more: what is not taken is given up, and the rest of the files is read for the outcomes
+    /// alone. What is no regular file, a pipe for example, is read no further, because it may never end.
+    void Stop();
+    /// Reads nothing more.
+    void Abort();
+    /// Waits until reading has ended.
+    void WaitUntilRead();
+
+    /// What was wrong with the lines read since the last call.
+    std::vector<Problem> TakeProblems();
+    /// Why what was to be read could not be; empty when nothing was in the way.
+    std::string Fault() const;
+    /// What was not read to its end because of Stop or Abort; empty when there is no such thing.
+    std::string CutShort() const;
+
+private:
+    struct Waiting {
+        std::int64_t number = 0;
+        std::size_t bytes = 0;
+        Files files;
+    };
+
+    void Main();
+    void ReadAll();
+    void ReadFile(const std::string& path, JobReader& reader);
+    bool IsAborted() const;
+    void Add(const Job& job);
+    void AddRefused(const Job& job);
+    Files MakeFiles(const Job& job);
+    template <typename Change>
+    void Set(const Change& change);
+
+    const std::vector<std::string> m_vecPaths;
+    const HostConfig& m_config;
+    Outcomes& m_outcomes;
+    const std::size_t m_nReadAhead;
+    WakeUp m_stopped;
+
+    mutable std::mutex m_mutex;
+    mutable std::condition_variable m_changed;
+    std::map<std::string, std::deque<Waiting>> m_mapWaiting;  ///< by carrier, none empty; guarded by m_mutex
+    std::size_t m_nBytes = 0;                                 ///< of what waits; guarded by m_mutex
+    std::int64_t m_nNumber = 0;                               ///< of the last job; the reading thread's own
+    std::vector<Problem> m_vecProblems;                       ///< guarded by m_mutex
+    std::string m_strFault;                                   ///< guarded by m_mutex
+    std::string m_strCutShort;                                ///< guarded by m_mutex
+    bool m_bStopped = false;                                  ///< guarded by m_mutex
+    bool m_bAborted = false;                                  ///< guarded by m_mutex
+    bool m_bRead = false;                                     ///< guarded by m_mutex
+
+    std::thread m_thread;  ///< last: it uses the members above
+};
+
+}  // namespace kvhost
