@@ -129,7 +129,7 @@ void Delivery::HandOver(Clock::time_point now) {
     if (!hasRoom || m_bStopping || m_bFinishing || !m_driver.Look().isReady) {
         return;
     }
-    const auto next = [this](const std::string& carrier, int limit) { return m_feed.Next(carrier, limit); };
+    const auto next = [this](const std::string& carrier, int limit) { return NextJobs(carrier, limit); };
     for (const SliceScheduler::TickLoad& load : m_slices.Plan(Demands(), next, now)) {
         HandOver(load);
     }
@@ -144,6 +144,17 @@ std::vector<CarrierDemand> Delivery::Demands() const {
         }
     }
     return demands;
+}
+
+/// When little is left, a connection gets half of it, so that all of them end at about the same time.
+std::vector<std::int64_t> Delivery::NextJobs(const std::string& carrier, int limit) const {
+    std::vector<std::int64_t> jobs = m_feed.Next(carrier, limit);
+    const bool isOnTrial = m_trials.Size(carrier).has_value();
+    const std::size_t few = static_cast<std::size_t>(CarrierTrials::kAtFirst);
+    if (!isOnTrial && jobs.size() > few) {
+        jobs.resize(std::min(jobs.size(), std::max(few, m_feed.CountOf(carrier) / 2)));
+    }
+    return jobs;
 }
 
 void Delivery::HandOver(const SliceScheduler::TickLoad& load) {

@@ -65,6 +65,7 @@ private:
 
     void HandOver(Clock::time_point now);
     std::vector<CarrierDemand> Demands() const;
+    std::vector<std::int64_t> NextJobs(const std::string& carrier, int limit) const;
     void HandOver(const SliceScheduler::TickLoad& load);
     DriverLoop::TickLoad FilesOf(const Slice& slice);
 

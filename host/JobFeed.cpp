@@ -107,6 +107,12 @@ std::vector<std::string> JobFeed::Carriers() const {
     return carriers;
 }
 
+std::size_t JobFeed::CountOf(const std::string& carrier) const {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    const auto found = m_mapWaiting.find(carrier);
+    return found == m_mapWaiting.end() ? 0 : found->second.size();
+}
+
 std::vector<std::int64_t> JobFeed::Next(const std::string& carrier, int limit) const {
     const std::lock_guard<std::mutex> guard(m_mutex);
     std::vector<std::int64_t> numbers;

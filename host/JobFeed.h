@@ -50,6 +50,8 @@ public:
 
     /// The carriers with jobs to take.
     std::vector<std::string> Carriers() const;
+    /// How many jobs of the carrier there are to take.
+    std::size_t CountOf(const std::string& carrier) const;
     /// Numbers of the first jobs of the carrier, at most `limit`.
     std::vector<std::int64_t> Next(const std::string& carrier, int limit) const;
     /// Takes the first `count` jobs of the carrier out.

@@ -24,6 +24,11 @@ constexpr int kWorkers = 1;
 constexpr int kConnections = 10;
 constexpr int kConnectionsPerCarrier = 3;
 
+/// So many jobs has the largest of `slices` slices at least.
+int Share(std::size_t jobs, int slices) {
+    return (static_cast<int>(jobs) + slices - 1) / slices;
+}
+
 int SettingOf(const HostConfig& config, const char* name, int standard) {
     const auto found = config.driverSettings.find(std::string("smart_driver.") + name);
     return found == config.driverSettings.end() ? standard : std::atoi(found->second.c_str());
@@ -51,6 +56,7 @@ struct SliceScheduler::Place {
     int underWay = 0;  ///< slices, the ones of this plan included
     int most = 0;      ///< slices that it may have
     int given = 0;     ///< slices of this plan
+    int share = 0;     ///< jobs of a slice, when few are shared out
     bool isLookedUp = false;
     std::vector<std::int64_t> jobs;  ///< due and not given yet
 
@@ -118,9 +124,11 @@ bool SliceScheduler::Fill(Place& place, const DueJobs& due, int room, std::vecto
         if (place.jobs.empty()) {
             return false;
         }
+        place.share = std::max(Share(place.jobs.size(), place.most - place.underWay), kJobsAtFirst);
     }
-    const auto end = place.jobs.begin() + std::min(static_cast<std::ptrdiff_t>(std::min(size, room)),
-                                                   static_cast<std::ptrdiff_t>(place.jobs.size()));
+    const auto end =
+        place.jobs.begin() + std::min(static_cast<std::ptrdiff_t>(std::min({size, place.share, room})),
+                                      static_cast<std::ptrdiff_t>(place.jobs.size()));
     if (loads.size() <= static_cast<std::size_t>(place.given)) {
         loads.emplace_back();
     }

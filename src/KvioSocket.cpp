@@ -2,6 +2,7 @@
 
 #include <netdb.h>
 #include <netinet/in.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -109,7 +110,11 @@ int KvioSocket::GetSocket() const {
     return m_socket < -1 ? ClosedMark(m_socket) : m_socket;
 }
 
+// A peer that is near answers while others run: what is there already costs no sleep and no waking.
 int KvioSocket::Wait(bool read, bool write, int timeoutMs) {
+    if (read && timeoutMs != 0) {
+        sched_yield();
+    }
     const int descriptor = GetSocket();
     const timespec timeout = ToTimespec(timeoutMs);
     KvDescriptorSet reads(descriptor);

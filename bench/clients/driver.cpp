@@ -29,27 +29,31 @@ using Reports = KvMessengerReportsMngrInterface;
 
 /// What is handed over together and becomes the work of one connection. The last file of it that comes back reports it.
 struct Slice {
-    std::atomic<int> away{0};
+    std::size_t size = 0;
+    std::atomic<std::size_t> away{0};
 };
 
 /// The slices that are back, as the host waits for them.
 class BackSlices {
 public:
-    void Add() {
+    void Add(std::size_t files) {
         const std::lock_guard<std::mutex> guard(m_mutex);
-        ++m_nBack;
+        m_dqSizes.push_back(files);
         m_changed.notify_one();
     }
-    void Take() {
+    /// Waits for one; how many files it held.
+    std::size_t Take() {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait(lock, [this] { return m_nBack > 0; });
-        --m_nBack;
+        m_changed.wait(lock, [this] { return !m_dqSizes.empty(); });
+        const std::size_t files = m_dqSizes.front();
+        m_dqSizes.pop_front();
+        return files;
     }
 
 private:
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    int m_nBack = 0;
+    std::deque<std::size_t> m_dqSizes;
 };
 BackSlices backSlices;
 
@@ -59,7 +63,7 @@ public:
     void SetFailureReason(const std::string& reason) override { Fail("a message failed: " + reason); }
     void SetStatusText(const std::string&) override {
         if (m_pSlice->away.fetch_sub(1) == 1) {
-            backSlices.Add();
+            backSlices.Add(m_pSlice->size);
         }
     }
 
@@ -169,7 +173,7 @@ public:
         while (m_nSlicesAway < m_nConnections && Next()) {
         }
         while (m_nSlicesAway > 0) {
-            backSlices.Take();
+            m_nBack += backSlices.Take();
             --m_nSlicesAway;
             if (m_nFiled < m_files.size()) {
                 std::this_thread::sleep_for(kUntilTheConnectionIsFree);
@@ -179,17 +183,27 @@ public:
     }
 
 private:
+    using Clock = std::chrono::steady_clock;
     /// A worker gives its connection back just after the last file.
     static constexpr std::chrono::milliseconds kUntilTheConnectionIsFree{1};
+    /// The least that a slice holds: what takes so long, but no more than so many.
+    static constexpr std::chrono::duration<double> kLeastTime{0.1};
     static constexpr std::size_t kLeastMessages = 20;
+
+    /// By the pace so far of all connections together; a slow server gets single messages at the end.
+    std::size_t Least() const {
+        const std::size_t done = m_nBack / m_nRecipients;
+        const std::chrono::duration<double> each = (Clock::now() - m_timeBegun) * m_nConnections;
+        const auto fitting = static_cast<std::size_t>(kLeastTime / each * static_cast<double>(done));
+        return done == 0 ? 1 : std::clamp<std::size_t>(fitting, 1, kLeastMessages);
+    }
 
     /// Half of what one connection had to do if all that is left were shared out now, but not too little; all of it when
     /// there is one only.
     std::size_t FilesOfNext() const {
         const std::size_t left = (m_files.size() - m_nFiled) / m_nRecipients;
         const std::size_t fair = (left + m_nConnections - 1) / m_nConnections;
-        const std::size_t count =
-            m_nConnections == 1 ? left : std::max(fair / 2, std::min(fair, kLeastMessages));
+        const std::size_t count = m_nConnections == 1 ? left : std::max(fair / 2, std::min(fair, Least()));
         return count * m_nRecipients;
     }
 
@@ -199,7 +213,8 @@ private:
             return false;
         }
         Slice& slice = m_slices.emplace_back();
-        slice.away = static_cast<int>(count);
+        slice.size = count;
+        slice.away = count;
         for (const std::size_t end = m_nFiled + count; m_nFiled < end; ++m_nFiled) {
             File& file = *m_files[m_nFiled];
             file.m_pSlice = &slice;
@@ -220,6 +235,8 @@ private:
     std::deque<Slice> m_slices;
     std::size_t m_nFiled = 0;
     std::size_t m_nSlicesAway = 0;
+    std::size_t m_nBack = 0;  ///< files of slices that are wholly back
+    const Clock::time_point m_timeBegun = Clock::now();
 };
 
 }  // namespace

@@ -113,6 +113,17 @@ TEST_F(DeliveryTest, ACarrierThatDeliversNothingGetsEverythingAfterItsTrial) {
     EXPECT_EQ(m_outcomes.Count().Of(OutcomeStatus::Failed), 2000U);
 }
 
+TEST_F(DeliveryTest, WhenLittleIsLeftAConnectionGetsHalfOfIt) {
+    m_config.driverSettings["smart_driver.same_carrier_connection_count"] = "1";
+    for (int i = 0; i < 100; ++i) {
+        AddJob(std::to_string(i), "complete");
+    }
+    Run();
+    EXPECT_THAT(CallsThatStartWith("PeriodicEvent"),
+                ElementsAre("PeriodicEvent with 20", "PeriodicEvent with 40", "PeriodicEvent with 20",
+                            "PeriodicEvent with 20"));
+}
+
 TEST_F(DeliveryTest, ACarrierOnTrialHoldsUpNoOther) {
     m_config.carriers["fax"].name = "fax";
     AddJob("a", "cleanup", 1, "fax");

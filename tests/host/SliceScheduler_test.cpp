@@ -87,6 +87,25 @@ TEST_F(SliceSchedulerTest, TheSlicesOfACarrierHoldDifferentJobsInTheirOrder) {
     EXPECT_THAT(loads[1][0].jobs, ElementsAre(4, 5));
 }
 
+TEST_F(SliceSchedulerTest, JobsThatDoNotFillTheSlicesAreSharedOut) {
+    m_scheduler.SetLimits(Limits(1, 10, 100));
+    SetDue("fast", 20);
+    BringBack(Go({{"fast"}})[0]);
+    m_now += std::chrono::seconds(1);
+    m_scheduler.SetLimits(Limits(3, 10, 100));
+    const auto sizes = [this](int jobs) {
+        SetDue("fast", jobs);
+        std::vector<std::size_t> all;
+        for (const SliceScheduler::TickLoad& load : Plan({{"fast"}})) {
+            all.push_back(load[0].jobs.size());
+        }
+        return all;
+    };
+    EXPECT_THAT(sizes(150), ElementsAre(50, 50, 50));
+    EXPECT_THAT(sizes(1000), ElementsAre(100, 100, 100));
+    EXPECT_THAT(sizes(50), ElementsAre(20, 20, 10));  // too few are not worth a connection
+}
+
 TEST_F(SliceSchedulerTest, ACarrierGetsNoMoreThanItsSlices) {
     SetDue("east", 1000);
     EXPECT_THAT(Go({{"east"}}), SizeIs(3));
