@@ -18,10 +18,13 @@ void CarrierTrials::NoteBack(std::int64_t slice, const std::string& carrier, boo
 }
 
 void CarrierTrials::End(std::int64_t slice, const std::string& carrier) {
-    const auto found = m_mapHasDelivered.find(slice);
-    if (found != m_mapHasDelivered.end()) {
-        m_mapDelivers[carrier] = found->second;
-        m_mapHasDelivered.erase(found);
+    const auto node = m_mapHasDelivered.extract(slice);
+    if (node.empty() || node.mapped()) {
+        return;
+    }
+    const auto [known, isNew] = m_mapDelivers.try_emplace(carrier, false);
+    if (!isNew && known->second) {
+        m_mapDelivers.erase(known);
     }
 }
 

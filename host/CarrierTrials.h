@@ -8,9 +8,10 @@
 
 namespace kvhost {
 
-/// What a run has seen of its carriers, and what they may therefore get. One that has not delivered yet gets one slice, so
-/// that a server which does not answer is waited for once. One whose last slice brought no delivery gets everything that
-/// waits for it at once: a driver that cannot connect fails all of it after a single try. One thread at a time.
+/// What a run has seen of its carriers, and what they may therefore get. One that has not delivered yet, or whose last
+/// slice brought no delivery, is tried with a few jobs in one slice, so that a server which does not answer is not waited for
+/// by several at a time. If the trial brings no delivery either, the carrier gets everything that waits for it at once: a
+/// driver that cannot connect fails all of it after a single try. One thread at a time.
 class CarrierTrials {
 public:
     static constexpr int kAtFirst = 20;

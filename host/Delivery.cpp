@@ -62,6 +62,7 @@ Delivery::End Delivery::Run(const std::function<void(const Tally&)>& onChange) {
         }
         Supervise(now);
         if (!isDone && IsStuck(now)) {
+            Collect();
             return End::Stuck;
         }
     }
@@ -146,7 +147,7 @@ std::vector<CarrierDemand> Delivery::Demands() const {
     return demands;
 }
 
-/// When little is left, a connection gets half of it, so that all of them end at about the same time.
+/// When little is left, what goes out at once is half of it, so that all connections end at about the same time.
 std::vector<std::int64_t> Delivery::NextJobs(const std::string& carrier, int limit) const {
     std::vector<std::int64_t> jobs = m_feed.Next(carrier, limit);
     const bool isOnTrial = m_trials.Size(carrier).has_value();
@@ -199,7 +200,9 @@ void Delivery::Supervise(Clock::time_point now) {
     if (m_nStopRequests > 0 && !m_bStopping) {
         BeginStop(now);
     }
-    if (IsAllBack()) {
+    if (!m_driver.Look().error.empty()) {
+        Finish(now, "the driver broke off");
+    } else if (IsAllBack()) {
         Finish(now, "everything is back");
     } else if (IsOverdue(now)) {
         Finish(now, "the time is up");
@@ -213,6 +216,7 @@ void Delivery::BeginStop(Clock::time_point now) {
     m_bStopping = true;
     m_timeStop = now;
     m_feed.Stop();
+    m_driver.TakeBack();
 }
 
 void Delivery::Finish(Clock::time_point now, const char* why) {
@@ -220,6 +224,7 @@ void Delivery::Finish(Clock::time_point now, const char* why) {
     m_bFinishing = true;
     m_timeFinish = now;
     m_feed.Stop();
+    m_driver.TakeBack();
     m_driver.Finish();
 }
 

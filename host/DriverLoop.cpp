@@ -22,7 +22,7 @@ void DriverLoop::HandOver(std::vector<TickLoad> loads) {
         }
     });
     if (isTooLate) {
-        RefuseWhatIsLeft();
+        TakeBack();
     }
 }
 
@@ -56,10 +56,10 @@ void DriverLoop::Main() {
     try {
         Drive();
     } catch (const std::exception& error) {
-        Set([&] { m_view.error = error.what(); });
+        NoteError(error);
     }
     Set([&] { m_bEnded = true; });
-    RefuseWhatIsLeft();
+    TakeBack();
     Set([&] {
         m_view.inCallSince.reset();
         m_view.isDone = true;
@@ -75,7 +75,12 @@ void DriverLoop::Drive() {
     session.Start(m_work.settings);
     Set([&] { m_view.isStarted = true; });
     m_work.onChange();
-    Loop(session);
+    try {
+        Loop(session);
+    } catch (const std::exception& error) {
+        NoteError(error);
+        m_work.onChange();
+    }
     m_work.log.Tell("cleaning up");
     if (!session.CleanUp()) {
         m_work.log.Warn("the driver reports that its clean-up failed");
@@ -89,6 +94,11 @@ void DriverLoop::Loop(DriverSession& session) {
         Tick(session);
         TellIfReady();
     }
+}
+
+/// The first one counts.
+void DriverLoop::NoteError(const std::exception& error) {
+    Set([&] { m_view.error = m_view.error.empty() ? error.what() : m_view.error; });
 }
 
 /// Waits for files or for the next tick. False when the loop is to end.
@@ -148,7 +158,7 @@ void DriverLoop::Refuse(KvMessageFile* file, const std::string& reason, bool was
     m_work.onChange();
 }
 
-void DriverLoop::RefuseWhatIsLeft() {
+void DriverLoop::TakeBack() {
     std::deque<TickLoad> left;
     Set([&] { left.swap(m_dqLoads); });
     for (const TickLoad& load : left) {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -51,7 +52,7 @@ public:
         bool isDone = false;      ///< the driver is released, or could not be started
         bool isReady = false;     ///< set up, outside of any call and with nothing left to hand over
         std::string description;  ///< what the driver says it is; empty until it was asked
-        std::string error;        ///< why it could not be started, or what broke off its work
+        std::string error;  ///< why it could not be started, or what broke off its work; its clean-up follows
         /// Since when it is inside the present call; nothing outside of one.
         std::optional<Clock::time_point> inCallSince;
         std::chrono::system_clock::time_point lastTick;
@@ -67,6 +68,8 @@ public:
     /// Hands the files over, with a tick behind each load. They stay the caller's and live until they come back or are
     /// refused. To be called when the loop is ready; otherwise they wait.
     void HandOver(std::vector<TickLoad> loads);
+    /// What still waits to be handed over is refused, as not offered.
+    void TakeBack();
     void SetTick(Milliseconds tick);
     /// No further file and no further tick: what follows is the clean-up.
     void Finish();
@@ -79,12 +82,12 @@ public:
 
 private:
     void Main();
+    void NoteError(const std::exception& error);
     void Drive();
     void Loop(DriverSession& session);
     bool WaitForWork();
     TickLoad NextLoad();
     void TellIfReady();
-    void RefuseWhatIsLeft();
     void HandOver(DriverSession& session, const TickLoad& load);
     void Tick(DriverSession& session);
     void Refuse(KvMessageFile* file, const std::string& reason, bool wasOffered);

@@ -155,8 +155,8 @@ void JobFeed::Stop() {
 }
 
 void JobFeed::Abort() {
-    Stop();
     Set([this] { m_bAborted = true; });
+    Stop();
 }
 
 void JobFeed::WaitUntilRead() {
@@ -169,33 +169,33 @@ std::vector<Problem> JobFeed::TakeProblems() {
     return std::exchange(m_vecProblems, {});
 }
 
-std::string JobFeed::Fault() const {
+std::vector<std::string> JobFeed::Faults() const {
     const std::lock_guard<std::mutex> guard(m_mutex);
-    return m_strFault;
+    return m_vecFaults;
 }
 
-std::string JobFeed::CutShort() const {
+std::vector<std::string> JobFeed::CutShort() const {
     const std::lock_guard<std::mutex> guard(m_mutex);
-    return m_strCutShort;
+    return m_vecCutShort;
 }
 
 void JobFeed::Main() {
-    try {
-        ReadAll();
-    } catch (const std::exception& error) {
-        Set([&] { m_strFault = error.what(); });
+    JobReader reader(m_config);
+    for (const std::string& path : m_vecPaths) {
+        try {
+            ReadFile(path, reader);
+        } catch (const std::exception& error) {
+            Set([&] { m_vecFaults.push_back(error.what()); });
+        }
     }
     Set([this] { m_bRead = true; });
 }
 
-void JobFeed::ReadAll() {
-    JobReader reader(m_config);
-    for (const std::string& path : m_vecPaths) {
-        ReadFile(path, reader);
-    }
-}
-
 void JobFeed::ReadFile(const std::string& path, JobReader& reader) {
+    if (IsAborted()) {
+        Set([&] { m_vecCutShort.push_back(path); });
+        return;
+    }
     LineReader lines(path, m_stopped.Descriptor());
     bool hasMore = true;
     while (hasMore && !IsAborted()) {
@@ -206,7 +206,7 @@ void JobFeed::ReadFile(const std::string& path, JobReader& reader) {
         }
     }
     if (hasMore || lines.WasInterrupted()) {
-        Set([&] { m_strCutShort = lines.Name(); });
+        Set([&] { m_vecCutShort.push_back(lines.Name()); });
     }
 }
 

@@ -67,10 +67,10 @@ public:
 
     /// What was wrong with the lines read since the last call.
     std::vector<Problem> TakeProblems();
-    /// Why what was to be read could not be; empty when nothing was in the way.
-    std::string Fault() const;
-    /// What was not read to its end because of Stop or Abort; empty when there is no such thing.
-    std::string CutShort() const;
+    /// What could not be read, file by file, and why.
+    std::vector<std::string> Faults() const;
+    /// The names of what was not read to its end because of Stop or Abort.
+    std::vector<std::string> CutShort() const;
 
 private:
     struct Waiting {
@@ -80,7 +80,6 @@ private:
     };
 
     void Main();
-    void ReadAll();
     void ReadFile(const std::string& path, JobReader& reader);
     bool IsAborted() const;
     void Add(const Job& job);
@@ -101,8 +100,8 @@ private:
     std::size_t m_nBytes = 0;                                 ///< of what waits; guarded by m_mutex
     std::int64_t m_nNumber = 0;                               ///< of the last job; the reading thread's own
     std::vector<Problem> m_vecProblems;                       ///< guarded by m_mutex
-    std::string m_strFault;                                   ///< guarded by m_mutex
-    std::string m_strCutShort;                                ///< guarded by m_mutex
+    std::vector<std::string> m_vecFaults;                     ///< guarded by m_mutex
+    std::vector<std::string> m_vecCutShort;                   ///< guarded by m_mutex
     bool m_bStopped = false;                                  ///< guarded by m_mutex
     bool m_bAborted = false;                                  ///< guarded by m_mutex
     bool m_bRead = false;                                     ///< guarded by m_mutex

@@ -137,7 +137,12 @@ void SendCommand::SendAll(const HostConfig& config, Result& result) const {
         }
         feed.WaitUntilRead();
     };
-    signals.RunWatched(work, onStop);
+    try {
+        signals.RunWatched(work, onStop);
+    } catch (...) {
+        TellProblems(feed.TakeProblems());
+        throw;
+    }
     NoteInput(feed, result);
 }
 
@@ -167,13 +172,13 @@ void SendCommand::Deliver(const HostConfig& config, JobFeed& feed, const std::at
 
 void SendCommand::NoteInput(JobFeed& feed, Result& result) const {
     TellProblems(feed.TakeProblems());
-    if (const std::string fault = feed.Fault(); !fault.empty()) {
+    for (const std::string& fault : feed.Faults()) {
         result.isInputFaulty = true;
         TellFault(fault);
     }
-    if (const std::string cut = feed.CutShort(); !cut.empty()) {
+    for (const std::string& name : feed.CutShort()) {
         result.isInputCut = true;
-        TellFault(cut + ": not read to its end, because of the stop");
+        TellFault(name + ": not read to its end");
     }
 }
 

@@ -45,7 +45,7 @@ private:
         SecretMask secrets;  ///< for what the driver says: a server may repeat what it was told
         bool isDriverUsable = true;
         bool isInputFaulty = false;  ///< some of it could not be read
-        bool isInputCut = false;     ///< some of it was not read, because of a stop
+        bool isInputCut = false;     ///< some of it was not read, because the run ended before
     };
 
     void RegisterLimits(CLI::App& app);

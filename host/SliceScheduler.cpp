@@ -141,9 +141,9 @@ bool SliceScheduler::Fill(Place& place, const DueJobs& due, int room, std::vecto
     return true;
 }
 
-void SliceScheduler::Begin(const Slice& slice, int jobs, Time now) {
-    m_mapRunning[slice.id] = {slice.carrier, jobs, jobs, now, {}};
-    m_nJobs += jobs;
+void SliceScheduler::Begin(const Slice& slice, int files, Time now) {
+    m_mapRunning[slice.id] = {slice.carrier, static_cast<int>(slice.jobs.size()), files, now, {}};
+    m_nJobs += files;
 }
 
 std::optional<std::string> SliceScheduler::NoteBack(std::int64_t slice, Time now) {

@@ -14,8 +14,8 @@ struct HostConfig;
 
 /// How much may be with the driver at the same time. Immutable value.
 struct SliceLimits {
-    int perCarrier = 3;  ///< slices of one carrier
-    int inAll = 2;       ///< slices of all carriers
+    int perCarrier = 3;      ///< slices of one carrier
+    int inAll = 2;           ///< slices of all carriers
     int jobsPerSlice = 100;  ///< of a carrier that is known to be fast enough for it
     int jobsInAll = 1000;
 };
@@ -27,8 +27,8 @@ SliceLimits SliceLimitsOf(const HostConfig& config);
 /// A carrier that has jobs due. Immutable value.
 struct CarrierDemand {
     std::string carrier = {};
-    bool isUrgent = false;      ///< one of them is urgent
-    /// The carrier is to be tried first: with one slice of so many jobs at most, whatever else the limits say.
+    bool isUrgent = false;  ///< one of them is urgent
+    /// The carrier is to be tried first: with one slice of so many jobs at most, whatever its pace.
     std::optional<int> trial = {};
 };
 
@@ -61,9 +61,9 @@ public:
     /// The slices that may go now, tick by tick. None of them is under way before Begin.
     std::vector<TickLoad> Plan(std::vector<CarrierDemand> demands, const DueJobs& due, Time now);
 
-    /// So many jobs of the slice are with the driver from now on, at least one.
-    void Begin(const Slice& slice, int jobs, Time now);
-    /// One job of the slice is back. Answers the carrier of the slice when that was the last one.
+    /// So many files of the slice's jobs are with the driver from now on, at least one.
+    void Begin(const Slice& slice, int files, Time now);
+    /// One file of the slice is back. Answers the carrier of the slice when that was the last one.
     std::optional<std::string> NoteBack(std::int64_t slice, Time now);
 
     int UnderWay() const { return m_nJobs; }
@@ -74,8 +74,8 @@ public:
 private:
     struct Running {
         std::string carrier;
-        int jobs = 0;  ///< in all
-        int missing = 0;
+        int jobs = 0;     ///< in all
+        int missing = 0;  ///< files
         Time begun;
         Time freeAt;  ///< meaningful once nothing is missing
     };

@@ -64,6 +64,11 @@ void Runner::RequestReload() {
     m_parts.wakeUp.Wake();
 }
 
+bool Runner::IsDriverWell() const {
+    const DriverLoop::View view = m_state.driver.Look();
+    return !view.isDone && view.error.empty();
+}
+
 void Runner::Round() {
     if (m_bReload.exchange(false)) {
         AdoptReload();
@@ -186,8 +191,7 @@ void Runner::WaitForWhatIsUnderWay() {
     m_parts.notifier.Stopping("waiting for " + std::to_string(m_state.slices.UnderWay()) + " jobs");
     m_parts.log.Tell("stopping; " + std::to_string(m_state.slices.UnderWay()) + " jobs are with the driver");
     const Clock::time_point end = Clock::now() + m_state.config->run.stopLimit;
-    while (m_state.files.Count() > 0 && m_nStopRequests < 2 && Clock::now() < end &&
-           !m_state.driver.Look().isDone) {
+    while (m_state.files.Count() > 0 && m_nStopRequests < 2 && Clock::now() < end && IsDriverWell()) {
         Round();
         Wait();
     }

@@ -67,7 +67,8 @@ private:
     void UseStore(StoreTime now);
     void ExpireOverdue(StoreTime now);
     void AdoptReload();
-    bool IsRunning() const { return m_nStopRequests == 0 && !m_state.driver.Look().isDone; }
+    bool IsRunning() const { return m_nStopRequests == 0 && IsDriverWell(); }
+    bool IsDriverWell() const;
 
     void Publish();
     void TellManager(const DriverLoop::View& view, Clock::time_point now);

@@ -26,11 +26,26 @@ bool IsRegular(int fd) {
     return fd >= 0 && ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
 }
 
+/// -1 with errno. A pipe that nobody writes is not waited for here when there is something that cuts waits short.
+int Open(const std::string& path, int interrupt) {
+    if (path == "-") {
+        return STDIN_FILENO;
+    }
+    if (interrupt < 0) {
+        return ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    }
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd >= 0) {
+        ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    }
+    return fd;
+}
+
 }  // namespace
 
 LineReader::LineReader(const std::string& path, int interrupt)
     : m_strName(path == "-" ? "standard input" : path),
-      m_fd(path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)),
+      m_fd(Open(path, interrupt)),
       m_interrupt(IsRegular(m_fd) ? -1 : interrupt) {
     if (m_fd < 0) {
         Fail(m_strName, 0, "cannot be read: " + std::generic_category().message(errno));

@@ -22,7 +22,20 @@ TEST(CarrierTrialsTest, OneDeliveryEndsTheTrialOfItsCarrierAlone) {
     EXPECT_EQ(trials.Size("a"), std::nullopt);
 }
 
-TEST(CarrierTrialsTest, ASliceWithoutADeliveryBringsEverythingAtOnce) {
+TEST(CarrierTrialsTest, ATrialWithoutADeliveryBringsEverythingAtOnce) {
+    CarrierTrials trials;
+    trials.Begin(1);
+    trials.NoteBack(1, "a", false);
+    trials.End(1, "a");
+    EXPECT_EQ(trials.Size("a"), CarrierTrials::kEverything);
+    trials.Begin(2);
+    trials.NoteBack(2, "a", true);
+    EXPECT_EQ(trials.Size("a"), std::nullopt);
+    trials.End(2, "a");
+    EXPECT_EQ(trials.Size("a"), std::nullopt);
+}
+
+TEST(CarrierTrialsTest, ACarrierThatHasDeliveredIsTriedAgainBeforeItGetsEverything) {
     CarrierTrials trials;
     trials.Begin(1);
     trials.NoteBack(1, "a", true);
@@ -30,10 +43,10 @@ TEST(CarrierTrialsTest, ASliceWithoutADeliveryBringsEverythingAtOnce) {
     trials.Begin(2);
     trials.NoteBack(2, "a", false);
     trials.End(2, "a");
-    EXPECT_EQ(trials.Size("a"), CarrierTrials::kEverything);
+    EXPECT_EQ(trials.Size("a"), CarrierTrials::kAtFirst);
     trials.Begin(3);
-    trials.NoteBack(3, "a", true);
-    EXPECT_EQ(trials.Size("a"), std::nullopt);
+    trials.End(3, "a");
+    EXPECT_EQ(trials.Size("a"), CarrierTrials::kEverything);
 }
 
 }  // namespace

@@ -60,7 +60,23 @@ protected:
         return calls;
     }
 
-    virtual void OnChange(const Tally&) {}
+    virtual void OnChange(const Tally& tally) {
+        if (m_stopWhen && m_stopWhen(tally)) {
+            m_nStopRequests = 2;
+        }
+    }
+    /// Ends the run, without a wait, as soon as `condition` holds.
+    void StopWhen(std::function<bool(const Tally&)> condition) { m_stopWhen = std::move(condition); }
+
+    /// How many files each tick had that had any.
+    std::vector<int> TickSizes() const {
+        const std::string name = "PeriodicEvent with ";
+        std::vector<int> sizes;
+        for (const std::string& call : CallsThatStartWith(name)) {
+            sizes.push_back(std::stoi(call.substr(name.size())));
+        }
+        return sizes;
+    }
 
     std::vector<std::string> Statuses() const {
         std::vector<std::string> statuses;
@@ -74,6 +90,7 @@ protected:
     HostConfig m_config;
     std::string m_strJobs;
     std::atomic<int> m_nStopRequests{0};
+    std::function<bool(const Tally&)> m_stopWhen;
     DeliveryLimits m_limits;
     Outcomes m_outcomes;
     std::ostringstream m_stream;
@@ -119,21 +136,29 @@ TEST_F(DeliveryTest, WhenLittleIsLeftAConnectionGetsHalfOfIt) {
         AddJob(std::to_string(i), "complete");
     }
     Run();
-    EXPECT_THAT(CallsThatStartWith("PeriodicEvent"),
-                ElementsAre("PeriodicEvent with 20", "PeriodicEvent with 40", "PeriodicEvent with 20",
-                            "PeriodicEvent with 20"));
+    const std::vector<int> sizes = TickSizes();
+    ASSERT_FALSE(sizes.empty());
+    EXPECT_EQ(sizes[0], 20);
+    int left = 80;
+    for (std::size_t i = 1; i < sizes.size(); ++i) {
+        EXPECT_LE(sizes[i], std::max(20, left / 2));
+        left -= sizes[i];
+    }
+    EXPECT_EQ(left, 0);
 }
 
 TEST_F(DeliveryTest, ACarrierOnTrialHoldsUpNoOther) {
     m_config.carriers["fax"].name = "fax";
-    AddJob("a", "cleanup", 1, "fax");
-    for (int i = 0; i < 19; ++i) {
-        AddJob("f" + std::to_string(i), "complete", 1, "fax");
+    for (int i = 0; i < 100; ++i) {
+        AddJob("f" + std::to_string(i), "cleanup", 1, "fax");
     }
-    AddJob("p", "complete");
-    m_limits.overall = std::chrono::seconds(1);
+    for (int i = 0; i < 100; ++i) {
+        AddJob("p" + std::to_string(i), "complete");
+    }
+    StopWhen([](const Tally& tally) { return tally.Of(OutcomeStatus::Delivered) == 100; });
     Run();
-    EXPECT_EQ(m_outcomes.Count().Of(OutcomeStatus::Delivered), 20U);
+    EXPECT_EQ(m_outcomes.Count().Of(OutcomeStatus::Delivered), 100U);
+    EXPECT_EQ(m_outcomes.Count().Of(OutcomeStatus::NotSent), 80U);
 }
 
 TEST_F(DeliveryTest, ACarrierOnTrialGetsNothingMoreUntilItDelivers) {
@@ -141,7 +166,7 @@ TEST_F(DeliveryTest, ACarrierOnTrialGetsNothingMoreUntilItDelivers) {
     for (int i = 0; i < 20; ++i) {
         AddJob("f" + std::to_string(i), "fail no");
     }
-    m_limits.overall = std::chrono::milliseconds(300);
+    StopWhen([](const Tally& tally) { return tally.Of(OutcomeStatus::Failed) == 19; });
     Run();
     EXPECT_THAT(CallsThatStartWith("PeriodicEvent"), ElementsAre("PeriodicEvent with 20"));
     EXPECT_EQ(m_outcomes.Count().Of(OutcomeStatus::NotSent), 1U);
@@ -160,6 +185,9 @@ TEST_F(DeliveryTest, WhatTheDriverWasNotOfferedIsNotSent) {
     const std::vector<std::string> statuses = Statuses();
     EXPECT_EQ(statuses[20], "breaks: not returned: the driver did not hand it back");
     EXPECT_EQ(statuses.back(), "behind1999: not sent: the command stopped before this was handed over");
+    // What was offered is what the tick that broke had.
+    EXPECT_EQ(m_outcomes.Count().Of(OutcomeStatus::NotReturned),
+              static_cast<std::size_t>(TickSizes().back()));
 }
 
 TEST_F(DeliveryTest, ACompletedJobIsDelivered) {
@@ -262,6 +290,14 @@ TEST_F(DeliveryTest, ATickThatThrowsEndsTheRunWithACleanup) {
     EXPECT_THAT(Calls(), ElementsAre("GetDriverInstance", "Configure", "Setup", "SendAMessage a_1", "Cleanup",
                                      "ReleaseDriverInstance"));
     EXPECT_THAT(Statuses(), ElementsAre("a: not returned: the driver did not hand it back"));
+}
+
+TEST_F(DeliveryTest, TheFirstThingThatBreaksIsTheOneThatIsTold) {
+    Set("KVFAKE_TICK", "throw when busy");
+    Set("KVFAKE_CLEANUP", "throw");
+    AddJob("a", "complete");
+    EXPECT_EQ(Run(), Delivery::End::Finished);
+    EXPECT_EQ(m_strError, "the driver threw out of PeriodicEvent: clock is broken");
 }
 
 TEST_F(DeliveryTest, ATickThatReportsFailureIsWarnedAboutOnce) {

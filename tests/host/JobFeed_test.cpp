@@ -179,17 +179,20 @@ TEST_F(JobFeedTest, AStopReadsTheRestOfAFileForTheOutcomesAlone) {
     EXPECT_TRUE(feed.IsThrough());
     EXPECT_THAT(feed.Take("alarms", 10), IsEmpty());
     EXPECT_EQ(m_outcomes.Count().Of(OutcomeStatus::Waiting), 3U);
-    EXPECT_EQ(feed.CutShort(), "");
+    EXPECT_THAT(feed.CutShort(), IsEmpty());
 }
 
 TEST_F(JobFeedTest, AnAbortReadsNothingMore) {
-    JobFeed& feed = Open(Line("a") + Line("b") + Line("c"), 1);
+    JobFeed& feed =
+        Open(std::vector<std::string>{m_folder.write("jobs.jsonl", Line("a") + Line("b") + Line("c")),
+                                      m_folder.write("more", Line("d"))},
+             1);
     EXPECT_TRUE(kvtest::Eventually([this] { return m_outcomes.Count().Total() == 2; }));
     feed.Abort();
     feed.WaitUntilRead();
     EXPECT_EQ(m_outcomes.Count().Total(), 2U);
-    EXPECT_EQ(feed.CutShort(), m_folder.file("jobs.jsonl"));
-    EXPECT_EQ(feed.Fault(), "");
+    EXPECT_THAT(feed.CutShort(), ElementsAre(m_folder.file("jobs.jsonl"), m_folder.file("more")));
+    EXPECT_THAT(feed.Faults(), IsEmpty());
 }
 
 TEST_F(JobFeedTest, AStopCutsTheWaitForAPipeShortAndLeavesHalfALineOut) {
@@ -202,7 +205,7 @@ TEST_F(JobFeedTest, AStopCutsTheWaitForAPipeShortAndLeavesHalfALineOut) {
     EXPECT_TRUE(feed.WaitForJobs());
     feed.Stop();
     feed.WaitUntilRead();
-    EXPECT_EQ(feed.CutShort(), path);
+    EXPECT_THAT(feed.CutShort(), ElementsAre(path));
     EXPECT_EQ(m_outcomes.Count().Total(), 1U);
     ::close(keeper);
 }
@@ -241,12 +244,37 @@ TEST_F(JobFeedTest, AFileThatCannotBeReadThrowsBeforeAnythingIsRead) {
     EXPECT_EQ(m_outcomes.Count().Total(), 0U);
 }
 
-TEST_F(JobFeedTest, WhatCannotBeReadOnTheWayIsAFaultAndTheJobsBeforeItStay) {
+TEST_F(JobFeedTest, WhatCannotBeReadOnTheWayIsAFaultAndTheJobsAroundItStay) {
     // Reading from it fails, although it can be opened.
-    JobFeed& feed = Open(std::vector<std::string>{m_folder.write("good", Line("a")), "/proc/self/mem"});
+    JobFeed& feed = Open(std::vector<std::string>{m_folder.write("good", Line("a")), "/proc/self/mem",
+                                                  m_folder.write("more", Line("b"))});
     feed.WaitUntilRead();
-    EXPECT_THAT(feed.Fault(), testing::StartsWith("/proc/self/mem:1: cannot be read: "));
-    EXPECT_THAT(feed.Take("alarms", 10), SizeIs(1));
+    EXPECT_THAT(feed.Faults(), ElementsAre(testing::StartsWith("/proc/self/mem:1: cannot be read: ")));
+    EXPECT_THAT(feed.Take("alarms", 10), SizeIs(2));
+}
+
+TEST_F(JobFeedTest, APipeThatNobodyWritesHoldsUpNoStop) {
+    const std::string path = m_folder.file("pipe");
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    JobFeed& feed = Open(std::vector<std::string>{m_folder.write("good", Line("a")), path});
+    EXPECT_TRUE(feed.WaitForJobs());
+    feed.Stop();
+    feed.WaitUntilRead();
+    EXPECT_THAT(feed.CutShort(), ElementsAre(path));
+}
+
+TEST_F(JobFeedTest, APipeIsReadToItsEndOnceItsWriterHasCome) {
+    const std::string path = m_folder.file("pipe");
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    JobFeed& feed = Open(std::vector<std::string>{m_folder.write("good", Line("a")), path});
+    EXPECT_TRUE(feed.WaitForJobs());
+    const std::string text = Line("b");
+    const int writer = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_EQ(::write(writer, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    ::close(writer);
+    feed.WaitUntilRead();
+    EXPECT_THAT(feed.Take("alarms", 10), SizeIs(2));
+    EXPECT_THAT(feed.CutShort(), IsEmpty());
 }
 
 TEST_F(JobFeedTest, AnEmptyFileHasNoJobs) {

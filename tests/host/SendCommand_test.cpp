@@ -220,7 +220,7 @@ TEST_F(SendFromPipeTest, JobsGoOutAsTheyComeAndAStopDoesNotWaitForMore) {
     m_pChild->Signal(SIGTERM);
     EXPECT_EQ(m_pChild->Wait(), 1);
     EXPECT_THAT(Output(), HasSubstr("2 delivered\n"));
-    EXPECT_THAT(Error(), HasSubstr("kvhost: " + m_strPipe + ": not read to its end, because of the stop\n"));
+    EXPECT_THAT(Error(), HasSubstr("kvhost: " + m_strPipe + ": not read to its end\n"));
 }
 
 TEST_F(SendFromPipeTest, AStopBeforeTheFirstJobNeedsNoDriver) {
@@ -242,6 +242,43 @@ TEST_F(SendCommandTest, WhatCannotBeReadOnTheWayLeavesTheJobsBeforeIt) {
     EXPECT_EQ(Run("", {m_folder.write("good.jsonl", Job("a", "complete")), "/proc/self/mem"}), 2);
     EXPECT_THAT(Output(), HasSubstr("1 delivered\n"));
     EXPECT_THAT(Error(), StartsWith("kvhost: /proc/self/mem:1: cannot be read: "));
+}
+
+TEST_F(SendCommandTest, AStandardInputThatIsNotThereIsAFault) {
+    m_folder.write("kvhost.toml", m_strConfig);
+    m_pChild = std::make_unique<ChildProcess>(
+        std::vector<std::string>{"/bin/sh", "-c", "exec \"$@\" <&-", "sh", KV_BINARY_DIR "/kvhost", "send",
+                                 "--driver", kFakeDriver, "--config", m_folder.file("kvhost.toml"), "-"},
+        m_input);
+    EXPECT_EQ(m_pChild->Wait(), 2);
+    EXPECT_EQ(Error(), "kvhost: standard input:1: cannot be read: Bad file descriptor\n");
+}
+
+TEST_F(SendCommandTest, WhatWaitsBehindATickThatHangsIsNotSent) {
+    m_input.environment["KVFAKE_RECORD"] = m_folder.file("calls");
+    std::string jobs;
+    for (int i = 0; i < 2020; ++i) {
+        jobs += Job(std::to_string(i), i == 20 ? "tick hangs" : "complete");
+    }
+    EXPECT_EQ(Run(jobs, {"--timeout", "2", "--cleanup-limit", "0.2", "--json"}), 1);
+    std::string call;
+    std::string last;
+    for (std::ifstream calls(m_folder.file("calls")); std::getline(calls, call);) {
+        last = call;
+    }
+    ASSERT_THAT(last, StartsWith("PeriodicEvent with "));
+    const int offered = std::stoi(last.substr(last.rfind(' ')));
+    const auto summary = nlohmann::json::parse(Output())["summary"];
+    EXPECT_EQ(summary["delivered"], 20);
+    EXPECT_EQ(summary["not returned"], offered);
+    EXPECT_EQ(summary["not sent"], 2000 - offered);
+}
+
+TEST_F(SendCommandTest, RefusedLinesAreToldOfWhenTheDriverCannotBeLoaded) {
+    m_strDriver = "libkvnosuch.so";
+    EXPECT_EQ(Run("{\n" + Job("a", "complete")), 2);
+    EXPECT_THAT(Error(), HasSubstr("jobs.jsonl:1: malformed JSON"));
+    EXPECT_THAT(Error(), HasSubstr("libkvnosuch.so"));
 }
 
 TEST_F(SendCommandTest, NothingIsSentWhenOneOfTheFilesIsNotThere) {
@@ -385,6 +422,14 @@ TEST_F(SendCommandTest, AStopSignalReachesTheHostAndNoWorkerOfTheDriver) {
 TEST_F(SendCommandTest, ADriverThatDoesNotReturnIsLeftBehind) {
     m_input.environment["KVFAKE_TICK"] = "hang when busy";
     EXPECT_EQ(Run(Job("a", "complete"), {"--timeout", "0.2", "--cleanup-limit", "0.2"}), 1);
+    EXPECT_THAT(Error(), HasSubstr("kvhost: the driver does not return; ending without its clean-up\n"));
+    EXPECT_THAT(Output(), HasSubstr("1 not returned\n"));
+}
+
+TEST_F(SendCommandTest, TheCleanUpLimitHoldsAfterATickThatThrew) {
+    m_input.environment["KVFAKE_TICK"] = "throw when busy";
+    m_input.environment["KVFAKE_CLEANUP"] = "hang";
+    EXPECT_EQ(Run(Job("a", "complete"), {"--cleanup-limit", "0.2"}), 1);
     EXPECT_THAT(Error(), HasSubstr("kvhost: the driver does not return; ending without its clean-up\n"));
     EXPECT_THAT(Output(), HasSubstr("1 not returned\n"));
 }

@@ -87,6 +87,20 @@ TEST_F(SliceSchedulerTest, TheSlicesOfACarrierHoldDifferentJobsInTheirOrder) {
     EXPECT_THAT(loads[1][0].jobs, ElementsAre(4, 5));
 }
 
+TEST_F(SliceSchedulerTest, ThePaceIsThatOfJobsHoweverManyFilesTheyHave) {
+    m_scheduler.SetLimits(Limits(1, 10, 100));
+    SetDue("lists", 20);
+    const Slice first = Plan({{"lists"}})[0][0];
+    m_scheduler.Begin(first, 1000, m_now);
+    m_now += std::chrono::seconds(2);  // 100 ms for a job of fifty files
+    for (int i = 0; i < 1000; ++i) {
+        m_scheduler.NoteBack(first.id, m_now);
+    }
+    m_now += std::chrono::seconds(1);
+    SetDue("lists", 100);
+    EXPECT_THAT(Go({{"lists"}})[0].jobs, SizeIs(2));
+}
+
 TEST_F(SliceSchedulerTest, JobsThatDoNotFillTheSlicesAreSharedOut) {
     m_scheduler.SetLimits(Limits(1, 10, 100));
     SetDue("fast", 20);

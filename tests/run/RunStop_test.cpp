@@ -83,6 +83,13 @@ TEST_F(RunStopTest, ADriverThatBreaksDownEndsTheHost) {
     EXPECT_THAT(host->Error(), HasSubstr("the driver threw out of PeriodicEvent: clock is broken"));
 }
 
+TEST_F(RunStopTest, TheCleanUpLimitHoldsForADriverThatBrokeDown) {
+    Configure("[run]\ncleanup_limit = \"1s\"\n");
+    const auto host = Spawn(kFakeDriver, {{"KVFAKE_TICK", "throw"}, {"KVFAKE_CLEANUP", "hang"}});
+    EXPECT_EQ(host->Wait(), 1);
+    EXPECT_THAT(host->Error(), HasSubstr("the driver does not return from its clean-up"));
+}
+
 TEST_F(RunStopTest, ASecondHostOfAStoreIsRefused) {
     Start();
     const auto second = Spawn(kRealDriver);

@@ -23,6 +23,7 @@
 //   thread         comes back completed from another thread
 //   deletion       comes back to be deleted
 //   tick throws    PeriodicEvent throws when it gets to it; the job never comes back
+//   tick hangs     PeriodicEvent does not return once it gets to it; likewise
 //   status N       comes back with the status N
 //   twice          comes back twice
 //   secrets        logs the account in every shape that a driver logs it in; comes back completed
@@ -161,6 +162,9 @@ public:
             Fail(file, "Messenger internal error.");
         }
         EndThreads();
+        while (Setting("KVFAKE_CLEANUP") == "hang") {
+            ::pause();
+        }
         if (Setting("KVFAKE_CLEANUP") == "throw") {
             throw std::runtime_error("mop is broken");
         }
@@ -193,6 +197,10 @@ private:
             PushBackMsgFileForDeletion(file);
         } else if (text.rfind("status ", 0) == 0) {
             PushBackMsgFile(file, static_cast<Reports::ReportsStatus>(std::stoi(text.substr(7))), false, "");
+        } else if (text == "tick hangs") {
+            for (;;) {
+                ::pause();
+            }
         } else if (text == "tick throws") {
             throw std::runtime_error("cogwheel is broken");
         } else if (text == "thread") {
