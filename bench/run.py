@@ -26,12 +26,12 @@ MIB = 1024 * KIB
 # name: what it says of itself, bytes of text and of the attachment, recipients, delay of each reply in ms, TLS,
 # messages for each number of connections, and the clients' share of them (slow clients send fewer)
 WORKLOADS = {
-    "a": {"title": "1 KB text", "messages": {1: 6000, 3: 12000, 10: 12000}},
+    "a": {"title": "1 KB text", "messages": {1: 6000, 3: 30000, 10: 30000}},
     "b": {"title": "100 KB attachment", "attachment": 100 * KIB, "messages": {1: 1500, 3: 3000}},
     "c": {"title": "10 MB attachment", "attachment": 10 * MIB, "messages": {1: 24}},
-    "d": {"title": "10 recipients", "recipients": 10, "messages": {1: 3000, 3: 6000}},
+    "d": {"title": "10 recipients", "recipients": 10, "messages": {1: 3000, 3: 12000}},
     "e": {"title": "1 KB text, 20 ms a reply", "delay": 20, "messages": {1: 40, 3: 600, 10: 2000}},
-    "f": {"title": "1 KB text inside TLS", "tls": True, "messages": {1: 5000, 3: 9000, 10: 9000}},
+    "f": {"title": "1 KB text inside TLS", "tls": True, "messages": {1: 5000, 3: 20000, 10: 20000}},
 }
 # The divisor of the number of messages: a client that takes ten times as long need not be waited for ten times as long.
 # With delayed replies all wait alike, and only the floor and the driver send for so long that connecting weighs little.

@@ -3,6 +3,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -42,6 +43,17 @@ constexpr int ClosedMark(int descriptor) {
 
 bool WouldWait() {
     return errno == EAGAIN || errno == EWOULDBLOCK;
+}
+
+/// Bytes that came in and were not read yet. An end or an error of the connection does not count.
+bool HoldsBytes(int descriptor) {
+    const int errorBefore = errno;
+    int count = 0;
+    if (ioctl(descriptor, FIONREAD, &count) != 0) {
+        errno = errorBefore;
+        return false;
+    }
+    return count > 0;
 }
 
 timespec ToTimespec(int timeoutMs) {
@@ -110,12 +122,15 @@ int KvioSocket::GetSocket() const {
     return m_socket < -1 ? ClosedMark(m_socket) : m_socket;
 }
 
-// A peer that is near answers while others run: what is there already costs no sleep and no waking.
+// A peer that is near answers while others run: what is there then costs no sleep and no waking.
 int KvioSocket::Wait(bool read, bool write, int timeoutMs) {
+    const int descriptor = GetSocket();
     if (read && timeoutMs != 0) {
         sched_yield();
+        if (HoldsBytes(descriptor)) {
+            return SOCKET_READABLE;
+        }
     }
-    const int descriptor = GetSocket();
     const timespec timeout = ToTimespec(timeoutMs);
     KvDescriptorSet reads(descriptor);
     KvDescriptorSet writes(descriptor);

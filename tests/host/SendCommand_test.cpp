@@ -261,17 +261,17 @@ TEST_F(SendCommandTest, WhatWaitsBehindATickThatHangsIsNotSent) {
         jobs += Job(std::to_string(i), i == 20 ? "tick hangs" : "complete");
     }
     EXPECT_EQ(Run(jobs, {"--timeout", "2", "--cleanup-limit", "0.2", "--json"}), 1);
+    const std::string tick = "PeriodicEvent with ";
+    int offered = 0;
     std::string call;
-    std::string last;
     for (std::ifstream calls(m_folder.file("calls")); std::getline(calls, call);) {
-        last = call;
+        offered += call.rfind(tick, 0) == 0 ? std::stoi(call.substr(tick.size())) : 0;
     }
-    ASSERT_THAT(last, StartsWith("PeriodicEvent with "));
-    const int offered = std::stoi(last.substr(last.rfind(' ')));
+    EXPECT_GT(offered, 20);
     const auto summary = nlohmann::json::parse(Output())["summary"];
     EXPECT_EQ(summary["delivered"], 20);
-    EXPECT_EQ(summary["not returned"], offered);
-    EXPECT_EQ(summary["not sent"], 2000 - offered);
+    EXPECT_EQ(summary["not returned"], offered - 20);
+    EXPECT_EQ(summary["not sent"], 2020 - offered);
 }
 
 TEST_F(SendCommandTest, RefusedLinesAreToldOfWhenTheDriverCannotBeLoaded) {
