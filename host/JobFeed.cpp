@@ -187,6 +187,7 @@ void JobFeed::Main() {
         } catch (const std::exception& error) {
             Set([&] { m_vecFaults.push_back(error.what()); });
         }
+        ShowAdded();
     }
     Set([this] { m_bRead = true; });
 }
@@ -203,6 +204,9 @@ void JobFeed::ReadFile(const std::string& path, JobReader& reader) {
         hasMore = text.has_value();
         if (hasMore && !IsBlank(*text)) {
             Add(reader.Read(*text, lines.Name(), lines.Line()));
+        }
+        if (m_vecAdded.size() >= kTogether || (!m_vecAdded.empty() && hasMore && !lines.IsReady())) {
+            ShowAdded();
         }
     }
     if (hasMore || lines.WasInterrupted()) {
@@ -221,16 +225,28 @@ void JobFeed::Add(const Job& job) {
         return;
     }
     Waiting waiting;
+    waiting.carrier = job.carrier;
     waiting.number = ++m_nNumber;
     waiting.files = MakeFiles(job);
     waiting.bytes = BytesOf(waiting.files);
+    m_vecAdded.push_back(std::move(waiting));
+}
+
+/// Waits for room first.
+void JobFeed::ShowAdded() {
+    if (m_vecAdded.empty()) {
+        return;
+    }
     std::unique_lock<std::mutex> lock(m_mutex);
     m_changed.wait(lock, [this] { return m_nBytes < m_nReadAhead || m_bStopped; });
-    if (!m_bStopped) {
-        m_nBytes += waiting.bytes;
-        m_mapWaiting[job.carrier].push_back(std::move(waiting));
-        m_changed.notify_all();
+    for (Waiting& added : m_vecAdded) {
+        if (!m_bStopped) {
+            m_nBytes += added.bytes;
+            m_mapWaiting[added.carrier].push_back(std::move(added));
+        }
     }
+    m_vecAdded.clear();
+    m_changed.notify_all();
 }
 
 void JobFeed::AddRefused(const Job& job) {

@@ -33,6 +33,8 @@ public:
 
     /// What may wait to be taken before reading pauses: bytes of message files.
     static constexpr std::size_t kReadAhead = std::size_t{16} << 20U;
+    /// Jobs that are there without a wait become visible so many at a time.
+    static constexpr std::size_t kTogether = 20;
 
     /// Starts reading. `paths`: files of jobs, "-" for the standard input. `config` and `outcomes` outlive the feed. Throws
     /// BadInput when one of the files cannot be read; nothing was read then.
@@ -74,6 +76,7 @@ public:
 
 private:
     struct Waiting {
+        std::string carrier;
         std::int64_t number = 0;
         std::size_t bytes = 0;
         Files files;
@@ -84,6 +87,7 @@ private:
     bool IsAborted() const;
     void Add(const Job& job);
     void AddRefused(const Job& job);
+    void ShowAdded();
     Files MakeFiles(const Job& job);
     template <typename Change>
     void Set(const Change& change);
@@ -98,7 +102,8 @@ private:
     mutable std::condition_variable m_changed;
     std::map<std::string, std::deque<Waiting>> m_mapWaiting;  ///< by carrier, none empty; guarded by m_mutex
     std::size_t m_nBytes = 0;                                 ///< of what waits; guarded by m_mutex
-    std::int64_t m_nNumber = 0;                               ///< of the last job; the reading thread's own
+    std::vector<Waiting> m_vecAdded;                          ///< not visible yet; the reading thread's own
+    std::int64_t m_nNumber = 0;                               ///< of the last job; likewise
     std::vector<Problem> m_vecProblems;                       ///< guarded by m_mutex
     std::vector<std::string> m_vecFaults;                     ///< guarded by m_mutex
     std::vector<std::string> m_vecCutShort;                   ///< guarded by m_mutex

@@ -3,7 +3,6 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sched.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -43,17 +42,6 @@ constexpr int ClosedMark(int descriptor) {
 
 bool WouldWait() {
     return errno == EAGAIN || errno == EWOULDBLOCK;
-}
-
-/// Bytes that came in and were not read yet. An end or an error of the connection does not count.
-bool HoldsBytes(int descriptor) {
-    const int errorBefore = errno;
-    int count = 0;
-    if (ioctl(descriptor, FIONREAD, &count) != 0) {
-        errno = errorBefore;
-        return false;
-    }
-    return count > 0;
 }
 
 timespec ToTimespec(int timeoutMs) {
@@ -124,13 +112,10 @@ int KvioSocket::GetSocket() const {
 
 // A peer that is near answers while others run: what is there then costs no sleep and no waking.
 int KvioSocket::Wait(bool read, bool write, int timeoutMs) {
-    const int descriptor = GetSocket();
     if (read && timeoutMs != 0) {
         sched_yield();
-        if (HoldsBytes(descriptor)) {
-            return SOCKET_READABLE;
-        }
     }
+    const int descriptor = GetSocket();
     const timespec timeout = ToTimespec(timeoutMs);
     KvDescriptorSet reads(descriptor);
     KvDescriptorSet writes(descriptor);

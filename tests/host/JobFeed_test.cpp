@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "Eventually.h"
 #include "TempDir.h"
 
@@ -44,6 +46,14 @@ protected:
                (more.empty() ? R"(,"recipient":"ops@b")" : "," + more) + "}\n";
     }
 
+    static std::string Lines(std::size_t count) {
+        std::string lines;
+        for (std::size_t i = 0; i < count; ++i) {
+            lines += Line(std::to_string(i));
+        }
+        return lines;
+    }
+
     JobFeed& Open(const std::string& jobs, std::size_t readAhead = JobFeed::kReadAhead) {
         return Open(std::vector<std::string>{m_folder.write("jobs.jsonl", jobs)}, readAhead);
     }
@@ -57,6 +67,8 @@ protected:
         feed.WaitUntilRead();
         return feed.Take("alarms", 1000);
     }
+
+    static constexpr std::size_t kTogether = JobFeed::kTogether;
 
     const kvtest::TempDir m_folder;
     HostConfig m_config;
@@ -157,40 +169,40 @@ TEST_F(JobFeedTest, EachCarrierHasItsJobsInTheOrderOfTheLines) {
 }
 
 TEST_F(JobFeedTest, ReadingPausesWhileEnoughWaits) {
-    JobFeed& feed = Open(Line("a") + Line("b") + Line("c"), 1);
+    JobFeed& feed = Open(Lines(3 * kTogether), 1);
     EXPECT_TRUE(feed.WaitForJobs());
-    EXPECT_TRUE(kvtest::Eventually([this] { return m_outcomes.Count().Total() == 2; }));
-    EXPECT_THAT(feed.Next("alarms", 10), ElementsAre(1));  // the second one is read and waits for room
-    feed.Take("alarms", 1);
-    EXPECT_TRUE(kvtest::Eventually([&] { return feed.Next("alarms", 10) == std::vector<std::int64_t>{2}; }));
-    EXPECT_TRUE(kvtest::Eventually([this] { return m_outcomes.Count().Total() == 3; }));
-    feed.Take("alarms", 1);
+    EXPECT_TRUE(kvtest::Eventually([this] { return m_outcomes.Count().Total() == 2 * kTogether; }));
+    EXPECT_EQ(feed.CountOf("alarms"), kTogether);  // as many again are read and wait for room
+    EXPECT_THAT(feed.Take("alarms", 1000), SizeIs(kTogether));
+    EXPECT_TRUE(kvtest::Eventually([&] { return feed.CountOf("alarms") == kTogether; }));
+    EXPECT_EQ(feed.Next("alarms", 1), std::vector<std::int64_t>{kTogether + 1});
+    EXPECT_TRUE(kvtest::Eventually([this] { return m_outcomes.Count().Total() == 3 * kTogether; }));
+    feed.Take("alarms", 1000);
     feed.WaitUntilRead();
     EXPECT_FALSE(feed.IsThrough());
-    EXPECT_THAT(feed.Take("alarms", 10), SizeIs(1));
+    EXPECT_THAT(feed.Take("alarms", 1000), SizeIs(kTogether));
     EXPECT_TRUE(feed.IsThrough());
 }
 
 TEST_F(JobFeedTest, AStopReadsTheRestOfAFileForTheOutcomesAlone) {
-    JobFeed& feed = Open(Line("a") + Line("b") + Line("c"), 1);
+    JobFeed& feed = Open(Lines(3 * kTogether), 1);
     EXPECT_TRUE(feed.WaitForJobs());
     feed.Stop();
     feed.WaitUntilRead();
     EXPECT_TRUE(feed.IsThrough());
-    EXPECT_THAT(feed.Take("alarms", 10), IsEmpty());
-    EXPECT_EQ(m_outcomes.Count().Of(OutcomeStatus::Waiting), 3U);
+    EXPECT_THAT(feed.Take("alarms", 1000), IsEmpty());
+    EXPECT_EQ(m_outcomes.Count().Of(OutcomeStatus::Waiting), 3 * kTogether);
     EXPECT_THAT(feed.CutShort(), IsEmpty());
 }
 
 TEST_F(JobFeedTest, AnAbortReadsNothingMore) {
-    JobFeed& feed =
-        Open(std::vector<std::string>{m_folder.write("jobs.jsonl", Line("a") + Line("b") + Line("c")),
-                                      m_folder.write("more", Line("d"))},
-             1);
-    EXPECT_TRUE(kvtest::Eventually([this] { return m_outcomes.Count().Total() == 2; }));
+    JobFeed& feed = Open(std::vector<std::string>{m_folder.write("jobs.jsonl", Lines(3 * kTogether)),
+                                                  m_folder.write("more", Line("d"))},
+                         1);
+    EXPECT_TRUE(kvtest::Eventually([this] { return m_outcomes.Count().Total() == 2 * kTogether; }));
     feed.Abort();
     feed.WaitUntilRead();
-    EXPECT_EQ(m_outcomes.Count().Total(), 2U);
+    EXPECT_EQ(m_outcomes.Count().Total(), 2 * kTogether);
     EXPECT_THAT(feed.CutShort(), ElementsAre(m_folder.file("jobs.jsonl"), m_folder.file("more")));
     EXPECT_THAT(feed.Faults(), IsEmpty());
 }
@@ -250,6 +262,15 @@ TEST_F(JobFeedTest, WhatCannotBeReadOnTheWayIsAFaultAndTheJobsAroundItStay) {
                                                   m_folder.write("more", Line("b"))});
     feed.WaitUntilRead();
     EXPECT_THAT(feed.Faults(), ElementsAre(testing::StartsWith("/proc/self/mem:1: cannot be read: ")));
+    EXPECT_THAT(feed.Take("alarms", 10), SizeIs(2));
+}
+
+TEST_F(JobFeedTest, TheJobsBeforeALineThatIsTooLongStay) {
+    const std::string path = m_folder.write("jobs.jsonl", Line("a") + Line("b"));
+    std::filesystem::resize_file(path, std::size_t{257} << 20U);  // NUL bytes behind the lines
+    JobFeed& feed = Open(std::vector<std::string>{path});
+    feed.WaitUntilRead();
+    EXPECT_THAT(feed.Faults(), ElementsAre(path + ":3: expected at most 256 MiB, found more"));
     EXPECT_THAT(feed.Take("alarms", 10), SizeIs(2));
 }
 
