@@ -66,7 +66,7 @@ std::size_t BytesOf(const JobFeed::Files& files) {
         bytes += sizeof(*file) + file->m_strSubject.size() + file->m_strMessage.size() +
                  file->m_strRecipient.size();
         for (const std::string& attachment : file->m_vecAttachments) {
-            bytes += sizeof(attachment) + attachment.size();
+            bytes += sizeof(std::string) + attachment.size();
         }
     }
     return bytes;
